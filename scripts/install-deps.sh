@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs what building, running and testing Vantrel needs on Debian 12. Safe to run again:
+# when every package is already there it changes nothing and needs no network.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  qt6-base-dev qt6-base-dev-tools libgl-dev qcoro-qt6-dev libsecret-1-dev
+  libgtest-dev libgmock-dev googletest
+  # Real services the tests start: a private D-Bus session with a keyring, a throwaway
+  # certificate authority, and the desktop-entry validator.
+  dbus-daemon dbus-bin gnome-keyring libsecret-tools openssl desktop-file-utils python3
+  # Windows under a virtual X server, and the formatter the tests check against.
+  xvfb xauth clang-format
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$package")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+  sudo="sudo"
+fi
+echo "Installing: ${missing[*]}"
+$sudo apt-get update -q
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"

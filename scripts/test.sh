@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Sets up a fresh Debian 12 machine and runs the whole test suite: the formatting check, the
+# normal build's tests, then the same tests built with AddressSanitizer and
+# UndefinedBehaviorSanitizer. Exits non-zero on the first failure.
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+cd "$root"
+
+"$root/scripts/install-deps.sh"
+
+echo "== Formatting"
+"$root/scripts/check-format.sh"
+
+jobs="$(nproc)"
+
+echo "== Build and test"
+"$root/scripts/build.sh" "$root/build"
+(cd "$root/build" && ctest --output-on-failure --parallel "$jobs" --timeout 300)
+
+echo "== Build and test with AddressSanitizer and UndefinedBehaviorSanitizer"
+"$root/scripts/build.sh" "$root/build-asan" -DVANTREL_SANITIZE=ON -DVANTREL_BUILD_BENCHMARKS=OFF \
+  -DCMAKE_BUILD_TYPE=Debug
+# Sanitized code runs several times slower; every test's own deadlines stretch with it.
+export VANTREL_TEST_TIMEOUT_FACTOR=4
+export ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:strict_string_checks=1"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+(cd "$root/build-asan" && ctest --output-on-failure --parallel "$jobs" --timeout 600)

@@ -1,0 +1,36 @@
+// The Settings window's one "Save Changes" action.
+#include "app/AppState.h"
+#include "app/AppStateError.h"
+#include "app/DefaultsStoring.h"
+#include "system/CredentialStoring.h"
+#include "system/TrackerConfigWriting.h"
+#include "tracker/TrackerSupervising.h"
+
+void AppState::saveSettings(const QString& serverURL, const QString& apiKey, bool launchAtLogin) {
+    const QString normalized = normalizedServerURL(serverURL);
+
+    const QString replacementKey = apiKey.trimmed();
+    if (!replacementKey.isEmpty()) {
+        cancelDeviceAuthorization();
+        m_c.credentialStore->saveAPIKey(replacementKey);
+        const std::optional<QString> stored = m_c.credentialStore->loadAPIKey();
+        if (!stored || *stored != replacementKey) {
+            throw AppStateError(AppStateError::Code::credentialVerificationFailed);
+        }
+    }
+
+    // The helper reads its API URL from the configuration file, so the file is written before
+    // the helper is restarted below.
+    setServerURL(normalized);
+    m_c.defaults->setString(QStringLiteral("serverURL"), normalized);
+    m_c.configFile->setValue(normalized, QStringLiteral("api_url"));
+
+    setHasCredential(m_c.credentialStore->loadAPIKey().has_value());
+    if (const std::optional<QString> key = m_c.credentialStore->loadAPIKey()) {
+        startTracker(*key);
+    } else {
+        m_c.supervisor->stop(true);
+    }
+
+    applyLaunchAtLogin(launchAtLogin);
+}

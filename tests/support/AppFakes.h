@@ -1,0 +1,180 @@
+#pragma once
+
+#include "api/DeviceAuthorizing.h"
+#include "api/TodaySummaryPolling.h"
+#include "app/AppState.h"
+#include "app/ApplicationControlling.h"
+#include "app/ClipboardWriting.h"
+#include "app/DefaultsStoring.h"
+#include "app/HostNaming.h"
+#include "app/InstallationDescribing.h"
+#include "app/WorkspaceOpening.h"
+#include "support/FakeSleeper.h"
+#include "support/FakeSupervisor.h"
+#include "support/InMemoryCredentialStore.h"
+#include "system/LegacyTrackerMigrating.h"
+#include "system/LoginItemManaging.h"
+#include "system/TrackerConfigWriting.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QVariant>
+
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <variant>
+
+// Fakes for the application state's collaborators. Asynchronous ones answer on a later turn of
+// the event loop, as the real ones do.
+
+class FakeLoginItemManager : public LoginItemManaging {
+public:
+    void setEnabled(bool enabled) override;
+    QList<bool> calls;
+    std::optional<QString> failure; // thrown as a PlatformError
+};
+
+class FakeMigration : public QObject, public LegacyTrackerMigrating {
+    Q_OBJECT
+public:
+    QCoro::Task<LegacyMigrationResult> migrateIfNeeded() override;
+    // With `hold` set, migrateIfNeeded waits until release().
+    void release();
+
+    LegacyMigrationResult result;
+    std::exception_ptr failure;
+    bool hold = false;
+    int calls = 0;
+
+Q_SIGNALS:
+    void released();
+};
+
+class FakeDeviceAuthorizer : public DeviceAuthorizing {
+public:
+    template <typename T>
+    using Outcome = std::variant<T, std::exception_ptr>;
+
+    QCoro::Task<DeviceAuthorizationSession> start(QString serverURL, QUuid deviceID,
+                                                  QString deviceName, QString clientVersion,
+                                                  CancellationToken token) override;
+    QCoro::Task<DeviceAuthorizationPollResult>
+    poll(QString serverURL, DeviceAuthorizationSession session, CancellationToken token) override;
+    QCoro::Task<void> revoke(QString serverURL, QString apiKey, CancellationToken token) override;
+
+    struct StartCall {
+        QString serverURL;
+        QUuid deviceID;
+        QString deviceName;
+        QString clientVersion;
+    };
+    QList<StartCall> startCalls;
+    QList<QString> pollURLs;
+    QList<std::pair<QString, QString>> revokes;
+
+    std::deque<Outcome<DeviceAuthorizationSession>> startOutcomes;
+    // Played in order; the last one repeats.
+    std::deque<Outcome<DeviceAuthorizationPollResult>> pollOutcomes;
+    std::exception_ptr revokeFailure;
+};
+
+class FakeTodaySummaryPoller : public TodaySummaryPolling {
+public:
+    void start(QString serverURL, QString apiKey,
+               std::function<void(const TodaySummary&)> onUpdate) override;
+    void stop() override;
+
+    QList<std::pair<QString, QString>> starts;
+    int stops = 0;
+    std::function<void(const TodaySummary&)> onUpdate;
+};
+
+class FakeDefaults : public DefaultsStoring {
+public:
+    std::optional<QString> string(const QString& key) const override;
+    bool boolean(const QString& key) const override;
+    void setString(const QString& key, const QString& value) override;
+    void setBoolean(const QString& key, bool value) override;
+    QHash<QString, QVariant> values;
+};
+
+class FakeConfigFile : public TrackerConfigWriting {
+public:
+    void setValue(const QString& value, const QString& key) override;
+    QList<std::pair<QString, QString>> writes; // (key, value)
+    std::optional<QString> failure;
+};
+
+class FakeWorkspace : public WorkspaceOpening {
+public:
+    void openURL(const QUrl& url) override { opened.append(url); }
+    void revealFiles(const QStringList& paths) override { revealed.append(paths); }
+    QList<QUrl> opened;
+    QList<QStringList> revealed;
+};
+
+class FakeApplication : public ApplicationControlling {
+public:
+    void activate() override { events.append(QStringLiteral("activate")); }
+    void showSettingsWindow() override { events.append(QStringLiteral("settings")); }
+    void terminate() override { events.append(QStringLiteral("terminate")); }
+    QStringList events;
+};
+
+class FakeClipboard : public ClipboardWriting {
+public:
+    void setText(const QString& value) override { text = value; }
+    QString text;
+};
+
+class FakeInstallation : public InstallationDescribing {
+public:
+    std::optional<QString> helperExecutablePath() const override { return helper; }
+    QString expectedHelperPath() const override { return expected; }
+    std::optional<QString> shortVersion() const override { return version; }
+    std::optional<QString> buildVersion() const override { return build; }
+
+    std::optional<QString> helper = QStringLiteral("/opt/vantrel/libexec/vantrel/vantrel-tracker");
+    QString expected = QStringLiteral("/opt/vantrel/libexec/vantrel/vantrel-tracker");
+    std::optional<QString> version;
+    std::optional<QString> build;
+};
+
+class FakeHost : public HostNaming {
+public:
+    std::optional<QString> localizedName() const override { return name; }
+    QString hostName() const override { return host; }
+    std::optional<QString> name = QStringLiteral("Anna’s Laptop");
+    QString host = QStringLiteral("anna-laptop");
+};
+
+// All fakes, wired into one AppState.
+struct AppHarness {
+    AppHarness();
+    AppStateCollaborators collaborators();
+    std::unique_ptr<AppState> make(bool startAutomatically = false);
+
+    QString home = QStringLiteral("/home/tester");
+    InMemoryCredentialStore credentials;
+    FakeSupervisor supervisor;
+    FakeLoginItemManager loginItems;
+    FakeMigration migration;
+    FakeDeviceAuthorizer authorizer;
+    FakeTodaySummaryPoller poller;
+    FakeSleeper sleeper;
+    FakeSleeper taskSleeper;
+    FakeDefaults defaults;
+    FakeConfigFile configFile;
+    FakeWorkspace workspace;
+    FakeApplication application;
+    FakeClipboard clipboard;
+    FakeInstallation installation;
+    FakeHost host;
+    QDateTime now = QDateTime(QDate(2026, 5, 1), QTime(10, 0), Qt::UTC);
+};
+
+// A status report with every required field, for tests that need "some" report.
+TrackerStatus sampleTrackerStatus();

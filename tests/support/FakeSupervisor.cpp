@@ -1,0 +1,61 @@
+#include "support/FakeSupervisor.h"
+
+#include "app/CancellableSleep.h"
+
+void FakeSupervisor::start(const LaunchConfiguration& configuration) {
+    starts.append(configuration);
+    m_configuration = configuration;
+    setHelperRunning(true);
+}
+
+void FakeSupervisor::stop(bool clearConfiguration) {
+    stops.append(clearConfiguration);
+    if (clearConfiguration) {
+        m_configuration.reset();
+    }
+    setHelperRunning(false);
+}
+
+QCoro::Task<void> FakeSupervisor::refreshStatus() {
+    if (m_configuration) {
+        co_await refreshStatus(m_configuration->executableURL, m_configuration->configURL);
+    }
+}
+
+QCoro::Task<void> FakeSupervisor::refreshStatus(QString executableURL, QString configURL) {
+    refreshes.append({executableURL, configURL});
+    // One turn of the event loop, as a status command that runs elsewhere would take.
+    co_await cancellableSleep(std::chrono::milliseconds(1), CancellationToken());
+    if (statusOnRefresh) {
+        setTrackerStatus(statusOnRefresh);
+        setLastError(std::nullopt);
+    } else if (errorOnRefresh) {
+        setLastError(errorOnRefresh);
+    }
+}
+
+void FakeSupervisor::setTrackerStatus(std::optional<TrackerStatus> status) {
+    m_status = std::move(status);
+    Q_EMIT trackerStatusChanged();
+}
+
+void FakeSupervisor::setHelperRunning(bool running) {
+    if (m_running != running) {
+        m_running = running;
+        Q_EMIT helperRunningChanged();
+    }
+}
+
+void FakeSupervisor::setCrashLocked(bool locked) {
+    if (m_locked != locked) {
+        m_locked = locked;
+        Q_EMIT crashLockedChanged();
+    }
+}
+
+void FakeSupervisor::setLastError(std::optional<QString> error) {
+    if (m_lastError != error) {
+        m_lastError = std::move(error);
+        Q_EMIT lastErrorChanged();
+    }
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tracker/TrackerSupervising.h"
+
+#include <QList>
+
+#include <utility>
+
+// A supervisor that records what it is asked and publishes what the test sets. Status refreshes
+// complete on a later turn of the event loop, like the real one.
+class FakeSupervisor : public TrackerSupervising {
+    Q_OBJECT
+public:
+    std::optional<TrackerStatus> trackerStatus() const override { return m_status; }
+    bool helperRunning() const override { return m_running; }
+    bool crashLocked() const override { return m_locked; }
+    std::optional<QString> lastError() const override { return m_lastError; }
+    std::optional<LaunchConfiguration> launchConfiguration() const override {
+        return m_configuration;
+    }
+
+    void start(const LaunchConfiguration& configuration) override;
+    void stop(bool clearConfiguration) override;
+    QCoro::Task<void> refreshStatus() override;
+    QCoro::Task<void> refreshStatus(QString executableURL, QString configURL) override;
+
+    void setTrackerStatus(std::optional<TrackerStatus> status);
+    void setHelperRunning(bool running);
+    void setCrashLocked(bool locked);
+    void setLastError(std::optional<QString> error);
+
+    // What the next explicit refresh publishes: a report, or an error text.
+    std::optional<TrackerStatus> statusOnRefresh;
+    std::optional<QString> errorOnRefresh;
+
+    QList<LaunchConfiguration> starts;
+    QList<bool> stops;
+    QList<std::pair<QString, QString>> refreshes;
+
+private:
+    std::optional<TrackerStatus> m_status;
+    bool m_running = false;
+    bool m_locked = false;
+    std::optional<QString> m_lastError;
+    std::optional<LaunchConfiguration> m_configuration;
+};

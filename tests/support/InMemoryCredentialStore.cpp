@@ -1,0 +1,34 @@
+#include "support/InMemoryCredentialStore.h"
+
+#include "system/KeychainStoreError.h"
+
+std::optional<QString> InMemoryCredentialStore::loadAPIKey() {
+    ++loadCount;
+    if (failLoad) {
+        throw KeychainStoreError::unexpectedStatus(*failLoad);
+    }
+    if (loadOverride) {
+        return loadOverride;
+    }
+    return stored;
+}
+
+void InMemoryCredentialStore::saveAPIKey(const QString& key) {
+    ++saveCount;
+    const QString trimmed = key.trimmed();
+    if (trimmed.isEmpty()) {
+        throw KeychainStoreError::invalidCredential();
+    }
+    if (failSave) {
+        throw KeychainStoreError::unexpectedStatus(*failSave);
+    }
+    stored = trimmed;
+}
+
+void InMemoryCredentialStore::deleteAPIKey() {
+    ++deleteCount;
+    if (failDelete) {
+        throw KeychainStoreError::unexpectedStatus(*failDelete);
+    }
+    stored.reset();
+}
