@@ -1,0 +1,3 @@
+#include "support/AppFakes.h"
+
+#include <gtest/gtest.h>
