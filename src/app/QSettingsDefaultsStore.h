@@ -1,0 +1,23 @@
+#pragma once
+
+#include "app/DefaultsStoring.h"
+
+#include <QSettings>
+
+// The per-user preferences in QSettings ("Vantrel"/"Vantrel", so $XDG_CONFIG_HOME/Vantrel/).
+class QSettingsDefaultsStore : public DefaultsStoring {
+public:
+    QSettingsDefaultsStore();
+    // For tests: an explicit INI file.
+    explicit QSettingsDefaultsStore(const QString& fileName);
+
+    std::optional<QString> string(const QString& key) const override;
+    bool boolean(const QString& key) const override;
+    void setString(const QString& key, const QString& value) override;
+    void setBoolean(const QString& key, bool value) override;
+
+private:
+    void write(const QString& key, const QVariant& value);
+
+    QSettings m_settings;
+};

@@ -1,0 +1,90 @@
+#include "app/DesktopServicesWorkspace.h"
+#include "app/QClipboardWriter.h"
+#include "support/AsyncTest.h"
+
+#include <QClipboard>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDesktopServices>
+#include <QGuiApplication>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Stands in for the desktop's file manager on the test's private session bus.
+class FakeFileManager : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+public:
+    QStringList shown;
+
+public Q_SLOTS:
+    void ShowItems(const QStringList& uris, const QString&) { shown = uris; }
+};
+
+// Catches what QDesktopServices would hand to the browser or file manager.
+class UrlCatcher : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+
+public Q_SLOTS:
+    void open(const QUrl& url) { opened.append(url); }
+};
+
+class DesktopServicesWorkspaceTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(QDBusConnection::sessionBus().isConnected()) << "runs inside dbus-run-session";
+        QDesktopServices::setUrlHandler("file", &catcher, "open");
+        QDesktopServices::setUrlHandler("https", &catcher, "open");
+    }
+    void TearDown() override {
+        QDesktopServices::unsetUrlHandler("file");
+        QDesktopServices::unsetUrlHandler("https");
+    }
+
+    UrlCatcher catcher;
+    DesktopServicesWorkspace workspace;
+};
+
+TEST_F(DesktopServicesWorkspaceTest, OpensWebPagesInTheBrowser) {
+    workspace.openURL(QUrl("https://vantrel.app/dashboard"));
+    EXPECT_EQ(catcher.opened, QList<QUrl>{QUrl("https://vantrel.app/dashboard")});
+}
+
+TEST_F(DesktopServicesWorkspaceTest, AsksTheFileManagerToSelectTheFiles) {
+    FakeFileManager manager;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    ASSERT_TRUE(bus.registerObject("/org/freedesktop/FileManager1", &manager,
+                                   QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(bus.registerService("org.freedesktop.FileManager1"));
+
+    workspace.revealFiles({"/home/a/.vantrel/tracker/stdout.log", "/home/a/my logs/stderr.log"});
+    EXPECT_TRUE(AsyncTest::waitUntil([&] { return !manager.shown.isEmpty(); }));
+    EXPECT_EQ(manager.shown, QStringList({"file:///home/a/.vantrel/tracker/stdout.log",
+                                          "file:///home/a/my%20logs/stderr.log"}));
+    EXPECT_TRUE(catcher.opened.isEmpty());
+
+    bus.unregisterService("org.freedesktop.FileManager1");
+    bus.unregisterObject("/org/freedesktop/FileManager1");
+}
+
+TEST_F(DesktopServicesWorkspaceTest, OpensTheFolderWhenNoFileManagerAnswers) {
+    ASSERT_FALSE(QDBusConnection::sessionBus().interface()->isServiceRegistered(
+        "org.freedesktop.FileManager1"));
+    workspace.revealFiles({"/home/a/.vantrel/tracker/stderr.log"});
+    EXPECT_TRUE(AsyncTest::waitUntil([&] { return !catcher.opened.isEmpty(); }));
+    EXPECT_EQ(catcher.opened, QList<QUrl>{QUrl::fromLocalFile("/home/a/.vantrel/tracker")});
+}
+
+TEST(QClipboardWriter, ReplacesTheClipboardWithPlainText) {
+    QGuiApplication::clipboard()->setText("old contents");
+    QClipboardWriter().setText("Vantrel diagnostics\nState: Tracking");
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), "Vantrel diagnostics\nState: Tracking");
+}
+
+} // namespace
+
+#include "DesktopBindingsTest.moc"
