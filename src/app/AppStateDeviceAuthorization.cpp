@@ -16,15 +16,28 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
 const QString fallbackClientVersion = QStringLiteral("0.6.1");
 
 bool isStandardUUID(const QString& text) {
-    static const QRegularExpression form(QStringLiteral(
-        "^[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}$"));
+    // Anchored as a whole: "$" alone would let a trailing line feed through.
+    static const QRegularExpression form(QRegularExpression::anchoredPattern(QStringLiteral(
+        "[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}")));
     return form.match(text).hasMatch();
+}
+
+// A polling interval from the service, in seconds, as long as the task sleep can wait: at most
+// 2^64 - 1 nanoseconds. Anything else (NaN, infinity, centuries) is a broken answer; taken as it
+// is, NaN would poll without pause and infinity would never poll again.
+double usableInterval(double seconds) {
+    constexpr double longest = 18446744073.709551615;
+    if (!std::isfinite(seconds) || seconds > longest) {
+        throw DeviceAuthorizationClientError::invalidResponse();
+    }
+    return seconds;
 }
 
 bool isCancellation(const std::exception_ptr& error) {
@@ -32,6 +45,16 @@ bool isCancellation(const std::exception_ptr& error) {
         std::rethrow_exception(error);
     } catch (const CancellationError&) {
         return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+bool isNetworkUnavailable(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const DeviceAuthorizationClientError& clientError) {
+        return clientError.code() == DeviceAuthorizationClientError::Code::networkUnavailable;
     } catch (...) {
         return false;
     }
@@ -139,7 +162,7 @@ QCoro::Task<void> AppState::pollDeviceAuthorization(QString serverURL,
                                                     DeviceAuthorizationSession session,
                                                     CancellationToken token) {
     const QPointer<AppState> self(this);
-    double interval = std::max(session.interval, 1.0);
+    double interval = std::max(usableInterval(session.interval), 1.0);
     while (!token.isCancelled() && m_c.now() < session.expiresAt) {
         co_await m_c.taskSleeper->sleep(interval, token);
         if (!self || token.isCancelled()) {
@@ -147,15 +170,21 @@ QCoro::Task<void> AppState::pollDeviceAuthorization(QString serverURL,
         }
 
         std::optional<DeviceAuthorizationPollResult> result;
+        std::exception_ptr failure;
         try {
             result = co_await m_c.deviceAuthorizer->poll(serverURL, session, token);
-        } catch (const DeviceAuthorizationClientError& error) {
-            if (error.code() != DeviceAuthorizationClientError::Code::networkUnavailable) {
-                throw;
-            }
+        } catch (...) {
+            failure = std::current_exception();
         }
-        if (!self) {
+        // An answer that arrives after the attempt was abandoned is dropped whatever it says: the
+        // fields are cleared, a typed key may have replaced the stored one, and a new attempt may
+        // own the progress line by now. (The client reports its own cancellation as a network
+        // failure, which would otherwise show the connection message again.)
+        if (!self || token.isCancelled()) {
             throw CancellationError();
+        }
+        if (failure && !isNetworkUnavailable(failure)) {
+            std::rethrow_exception(failure);
         }
         if (!result) {
             // The code stays valid while the network is away; keep trying until it expires.
@@ -166,11 +195,11 @@ QCoro::Task<void> AppState::pollDeviceAuthorization(QString serverURL,
 
         switch (result->kind()) {
         case DeviceAuthorizationPollResult::Kind::pending:
-            interval = std::max(interval, result->interval());
+            interval = std::max(interval, usableInterval(result->interval()));
             setDeviceAuthorizationMessage(QStringLiteral("Waiting for browser approval…"));
             break;
         case DeviceAuthorizationPollResult::Kind::slowDown:
-            interval = std::max(interval, result->interval());
+            interval = std::max(interval, usableInterval(result->interval()));
             break;
         case DeviceAuthorizationPollResult::Kind::authorized:
             completeDeviceAuthorization(result->apiKey());

@@ -63,7 +63,11 @@ FakeDeviceAuthorizer::start(QString serverURL, QUuid deviceID, QString deviceNam
 QCoro::Task<DeviceAuthorizationPollResult>
 FakeDeviceAuthorizer::poll(QString serverURL, DeviceAuthorizationSession, CancellationToken) {
     pollURLs.append(serverURL);
-    co_await nextTurn();
+    if (pollGate.hold) {
+        co_await pollGate.sleep(0, CancellationToken());
+    } else {
+        co_await nextTurn();
+    }
     co_return take(pollOutcomes, true);
 }
 

@@ -79,6 +79,9 @@ public:
     // Played in order; the last one repeats.
     std::deque<Outcome<DeviceAuthorizationPollResult>> pollOutcomes;
     std::exception_ptr revokeFailure;
+    // With pollGate.hold set, each poll stays in flight until pollGate.releaseOne(), and answers
+    // even when its token was cancelled meanwhile (a reply already on its way).
+    FakeSleeper pollGate;
 };
 
 class FakeTodaySummaryPoller : public TodaySummaryPolling {
