@@ -25,6 +25,10 @@ struct HealthCase {
     TrackerHealth expected;
 };
 
+void PrintTo(const HealthCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class TrackerHealthClassification : public testing::TestWithParam<HealthCase> {};
 
 TEST_P(TrackerHealthClassification, AppliesTheRulesInOrder) {

@@ -101,6 +101,10 @@ struct StartupFailure {
     QString message;
 };
 
+void PrintTo(const StartupFailure& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class AppStateStartupFailure : public testing::TestWithParam<StartupFailure> {};
 
 TEST_P(AppStateStartupFailure, EndsStartUpWithOneMessageAndStartsNothing) {
@@ -195,6 +199,10 @@ struct URLCase {
     QString input;
     std::optional<QString> normalized;
 };
+
+void PrintTo(const URLCase& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class ServerURLNormalisation : public testing::TestWithParam<URLCase> {};
 

@@ -94,6 +94,10 @@ struct KeySpelling {
     bool matches;
 };
 
+void PrintTo(const KeySpelling& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class TrackerStatusKeyRule : public testing::TestWithParam<KeySpelling> {};
 
 TEST_P(TrackerStatusKeyRule, MatchesTheSchemaVersionFieldOnlyForAcceptedSpellings) {
@@ -132,6 +136,10 @@ struct BadValue {
     const char* key;
     QJsonValue value;
 };
+
+void PrintTo(const BadValue& row, std::ostream* out) {
+    *out << row.name;
+}
 
 class TrackerStatusValueRule : public testing::TestWithParam<BadValue> {};
 
