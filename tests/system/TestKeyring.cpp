@@ -54,7 +54,13 @@ std::string defaultCollectionPath(GDBusConnection* bus) {
 
 TestKeyring::TestKeyring(QString service, QString account)
     : m_service(std::move(service))
-    , m_account(std::move(account)) {}
+    , m_account(std::move(account)) {
+    // Outside the private keyring these tests would clear the developer's own key.
+    if (qEnvironmentVariableIsEmpty("VANTREL_TEST_KEYRING_PASSWORD")) {
+        throw std::runtime_error("not inside a private keyring; run under "
+                                 "tests/scripts/with-keyring.sh");
+    }
+}
 
 QByteArray TestKeyring::secretTool(const QStringList& arguments, const QByteArray& input,
                                    int* exitCode) const {
@@ -128,10 +134,6 @@ void TestKeyring::lockDefaultCollection() {
 
 void TestKeyring::unlockDefaultCollection() {
     const QByteArray password = qgetenv("VANTREL_TEST_KEYRING_PASSWORD");
-    if (password.isEmpty()) {
-        throw std::runtime_error("VANTREL_TEST_KEYRING_PASSWORD is not set; run under "
-                                 "tests/scripts/with-keyring.sh");
-    }
     GDBusConnection* bus = sessionBus();
     const std::string collection = defaultCollectionPath(bus);
     // A "plain" session carries the password unencrypted, which is fine on a private bus.

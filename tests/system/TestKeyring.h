@@ -12,6 +12,7 @@
 // locking. A store bug cannot hide behind the same bug in the code that checks it.
 class TestKeyring {
 public:
+    // Throws outside with-keyring.sh, before anything touches a keyring.
     TestKeyring(QString service, QString account);
 
     // The secret of every item carrying the pair, as secret-tool search --all lists them.
