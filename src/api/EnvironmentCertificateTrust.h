@@ -15,6 +15,8 @@ public:
     static QList<QSslCertificate> certificates(const QProcessEnvironment& environment);
 
     // Adds those certificates to the default TLS configuration, keeping the system's own
-    // authorities, and returns how many were new. With none named it changes nothing.
+    // authorities, and returns how many were new. With none named it changes nothing. Call it
+    // before the first request: a QNetworkAccessManager keeps its connections to a host with the
+    // configuration they were opened with.
     static qsizetype install(const QProcessEnvironment& environment);
 };
