@@ -13,8 +13,9 @@ class SleepScheduling;
 class TodaySummaryFetching;
 
 // Fetches at once, then every `refreshInterval` seconds, handing each good summary to the
-// callback. Failures are dropped and retried only at the normal pace. The fetcher and the sleeper
-// must outlive the poller; the loop itself holds the poller weakly.
+// callback. Failures are dropped and retried only at the normal pace. The loop holds the poller
+// weakly and ends on a later turn of the event loop after stop() or the poller's destruction, so
+// the fetcher and the sleeper must outlive the poller by at least that turn.
 class TodaySummaryPoller : public QObject, public TodaySummaryPolling {
     Q_OBJECT
 public:

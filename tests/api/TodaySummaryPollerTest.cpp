@@ -78,6 +78,12 @@ private:
 class TodaySummaryPollerTest : public testing::Test {
 protected:
     TodaySummaryPollerTest() { sleeper.hold = true; }
+    // A cancelled loop ends on a later turn of the event loop, and it still uses the sleeper and
+    // the fetcher on its way out.
+    ~TodaySummaryPollerTest() override {
+        poller.reset();
+        AsyncTest::spin(std::chrono::milliseconds(20));
+    }
 
     void start(const QString& url = "https://a.example") {
         poller->start(url, "key", [this](const TodaySummary& summary) {
