@@ -53,16 +53,16 @@ class Handler(BaseHTTPRequestHandler):
                 log.write(json.dumps(record) + "\n")
         try:
             with open(os.path.join(directory, "response.json")) as script:
-                spec = json.load(script)
+                reply = json.load(script)
         except FileNotFoundError:
-            spec = {}
-        time.sleep(spec.get("delay", 0))
-        if spec.get("drop"):
+            reply = {}
+        time.sleep(reply.get("delay", 0))
+        if reply.get("drop"):
             self.close_connection = True
             return
-        self.send_response(spec.get("status", 404))
-        self.send_header("Content-Type", spec.get("content_type", "application/json"))
-        if spec.get("endless"):
+        self.send_response(reply.get("status", 404))
+        self.send_header("Content-Type", reply.get("content_type", "application/json"))
+        if reply.get("endless"):
             self.send_header("Connection", "close")
             self.end_headers()
             self.close_connection = True
@@ -77,7 +77,7 @@ class Handler(BaseHTTPRequestHandler):
             with open(os.path.join(directory, "endless-sent"), "w") as out:
                 out.write(str(sent))
             return
-        payload = spec.get("body", "").encode("utf-8")
+        payload = reply.get("body", "").encode("utf-8")
         self.send_header("Content-Length", str(len(payload)))
         self.end_headers()
         self.wfile.write(payload)
