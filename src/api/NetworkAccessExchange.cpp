@@ -1,0 +1,91 @@
+#include "api/NetworkAccessExchange.h"
+
+#include "app/CancellationError.h"
+#include "app/PlatformError.h"
+
+#include <QCoroNetworkReply>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+#include <memory>
+
+namespace {
+
+// Deleting a reply from inside one of its own signals is not allowed, and the awaiting coroutine
+// may resume from its `finished` signal.
+struct DeleteLater {
+    void operator()(QObject* object) const { object->deleteLater(); }
+};
+
+// Lives as the reply's child, so its connections, including the cancellation hook, end with it.
+class BodyCollector : public QObject {
+public:
+    BodyCollector(QNetworkReply* reply, qsizetype limit)
+        : QObject(reply)
+        , m_reply(reply)
+        , m_limit(limit) {
+        connect(reply, &QNetworkReply::readyRead, this, &BodyCollector::drain);
+    }
+
+    void drain() {
+        while (!m_exceeded && m_reply->bytesAvailable() > 0) {
+            m_body += m_reply->read(m_limit + 1 - m_body.size());
+            if (m_body.size() > m_limit) {
+                m_exceeded = true;
+                m_reply->abort();
+            }
+        }
+    }
+
+    const QByteArray& body() const { return m_body; }
+    bool exceeded() const { return m_exceeded; }
+
+private:
+    QNetworkReply* m_reply;
+    qsizetype m_limit;
+    QByteArray m_body;
+    bool m_exceeded = false;
+};
+
+// Errors that Qt reports for the exchange itself; the content and server error codes only
+// restate an HTTP status, and the response that carried it is what the caller wants.
+bool isExchangeFailure(QNetworkReply::NetworkError error) {
+    return (error >= QNetworkReply::ConnectionRefusedError &&
+            error <= QNetworkReply::UnknownNetworkError) ||
+           (error >= QNetworkReply::ProxyConnectionRefusedError &&
+            error <= QNetworkReply::UnknownProxyError) ||
+           error == QNetworkReply::ProtocolUnknownError || error == QNetworkReply::ProtocolFailure;
+}
+
+} // namespace
+
+QCoro::Task<TransportResponse> NetworkAccessExchange::perform(QNetworkAccessManager* manager,
+                                                              TransportRequest request,
+                                                              CancellationToken token,
+                                                              qsizetype bodyLimit) {
+    token.throwIfCancelled();
+    const bool plainGet = request.method == "GET" && request.body.isEmpty();
+    std::unique_ptr<QNetworkReply, DeleteLater> reply(
+        plainGet ? manager->get(request.request)
+                 : manager->sendCustomRequest(request.request, request.method, request.body));
+    // Without a bound Qt keeps reading from the socket into its own buffer however slowly the
+    // body is consumed.
+    reply->setReadBufferSize(bodyLimit + 1);
+    auto* collector = new BodyCollector(reply.get(), bodyLimit);
+    token.onCancel(collector, [raw = reply.get()] { raw->abort(); });
+
+    co_await reply.get();
+
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (!collector->exceeded()) {
+        if (token.isCancelled()) {
+            throw CancellationError();
+        }
+        if (reply->error() != QNetworkReply::NoError &&
+            (!status.isValid() || isExchangeFailure(reply->error()))) {
+            throw PlatformError(reply->errorString());
+        }
+        collector->drain();
+    }
+    co_return TransportResponse{collector->body(), status.isValid(), status.toInt()};
+}

@@ -1,0 +1,10 @@
+#include "api/NetworkAccessTodaySummaryTransport.h"
+
+#include "api/NetworkAccessExchange.h"
+#include "api/ServiceRequest.h"
+
+QCoro::Task<TransportResponse> NetworkAccessTodaySummaryTransport::send(TransportRequest request,
+                                                                        CancellationToken token) {
+    return NetworkAccessExchange::perform(m_manager, std::move(request), std::move(token),
+                                          ServiceRequest::maximumBodyBytes);
+}

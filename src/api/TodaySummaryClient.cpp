@@ -1,0 +1,104 @@
+#include "api/TodaySummaryClient.h"
+
+#include "api/ServiceRequest.h"
+#include "api/TodaySummaryClientError.h"
+#include "api/TodaySummaryTransporting.h"
+#include "tracker/TrackerStatus.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cmath>
+
+namespace {
+
+// The object with its keys renamed by the snake_case-to-camelCase rule the tracker status report
+// also follows; when two spellings name one field the first in key order wins.
+QJsonObject camelCased(const QJsonObject& object) {
+    QJsonObject renamed;
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        const QString field = TrackerStatus::fieldNameForKey(it.key());
+        if (!renamed.contains(field)) {
+            renamed.insert(field, it.value());
+        }
+    }
+    return renamed;
+}
+
+QJsonValue required(const QJsonObject& object, const char* field) {
+    const QJsonValue value = object.value(QLatin1String(field));
+    if (value.isUndefined() || value.isNull()) {
+        throw TodaySummaryClientError::invalidResponse();
+    }
+    return value;
+}
+
+QJsonObject requiredObject(const QJsonObject& object, const char* field) {
+    const QJsonValue value = required(object, field);
+    if (!value.isObject()) {
+        throw TodaySummaryClientError::invalidResponse();
+    }
+    return camelCased(value.toObject());
+}
+
+qint64 requiredInteger(const QJsonObject& object, const char* field) {
+    const QJsonValue value = required(object, field);
+    const double number = value.toDouble();
+    // 2^63 is exactly representable; anything at or beyond it does not fit.
+    constexpr double limit = 9223372036854775808.0;
+    if (!value.isDouble() || !std::isfinite(number) || std::trunc(number) != number ||
+        number >= limit || number < -limit) {
+        throw TodaySummaryClientError::invalidResponse();
+    }
+    return static_cast<qint64>(number);
+}
+
+} // namespace
+
+TodaySummary TodaySummaryClient::decode(const QByteArray& body) {
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
+        throw TodaySummaryClientError::invalidResponse();
+    }
+    const QJsonObject data = requiredObject(camelCased(document.object()), "data");
+    const QJsonObject total = requiredObject(data, "grandTotal");
+    const QJsonValue text = required(total, "text");
+    if (!text.isString()) {
+        throw TodaySummaryClientError::invalidResponse();
+    }
+    TodaySummary summary{text.toString(), requiredInteger(total, "totalSeconds")};
+    if (summary.text.trimmed().isEmpty() || summary.totalSeconds < 0) {
+        throw TodaySummaryClientError::invalidResponse();
+    }
+    return summary;
+}
+
+QCoro::Task<TodaySummary> TodaySummaryClient::fetchTodaySummary(QString serverURL, QString apiKey,
+                                                                CancellationToken token) {
+    auto* transport = m_transport;
+    const std::optional<QUrl> url =
+        ServiceRequest::endpoint(serverURL, QStringLiteral("users/current/statusbar/today"));
+    if (!url) {
+        throw TodaySummaryClientError::invalidServerURL();
+    }
+    TransportRequest request{"GET", ServiceRequest::make(*url), {}};
+    request.request.setRawHeader("Authorization", "Bearer " + apiKey.toUtf8());
+
+    TransportResponse response;
+    try {
+        response = co_await transport->send(std::move(request), token);
+    } catch (...) {
+        throw TodaySummaryClientError::networkUnavailable();
+    }
+    if (token.isCancelled()) {
+        throw TodaySummaryClientError::networkUnavailable();
+    }
+    if (response.body.size() > ServiceRequest::maximumBodyBytes || !response.isHTTPResponse) {
+        throw TodaySummaryClientError::invalidResponse();
+    }
+    if (response.statusCode != 200) {
+        throw TodaySummaryClientError::requestRejected(response.statusCode);
+    }
+    co_return decode(response.body);
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "api/TransportRequest.h"
+#include "api/TransportResponse.h"
+#include "app/CancellationToken.h"
+
+#include <QCoroTask>
+
+// Performs the today-summary exchange. It throws whatever the platform reports (PlatformError, or
+// CancellationError once `token` is cancelled) and interprets neither status codes nor bodies.
+class TodaySummaryTransporting {
+public:
+    virtual ~TodaySummaryTransporting() = default;
+    virtual QCoro::Task<TransportResponse> send(TransportRequest request,
+                                                CancellationToken token) = 0;
+};
