@@ -39,4 +39,26 @@ void spin(std::chrono::milliseconds duration) {
     } while (!deadline.hasExpired());
 }
 
+void run(QCoro::Task<void>&& task, std::chrono::milliseconds timeout) {
+    struct Outcome {
+        std::exception_ptr error;
+        bool done = false;
+    };
+    auto outcome = std::make_shared<Outcome>();
+    [](QCoro::Task<void> awaited, std::shared_ptr<Outcome> into) -> QCoro::Task<void> {
+        try {
+            co_await std::move(awaited);
+        } catch (...) {
+            into->error = std::current_exception();
+        }
+        into->done = true;
+    }(std::move(task), outcome);
+    if (!waitUntil([&outcome] { return outcome->done; }, timeout)) {
+        throw std::runtime_error("the task did not finish in time");
+    }
+    if (outcome->error) {
+        std::rethrow_exception(outcome->error);
+    }
+}
+
 } // namespace AsyncTest

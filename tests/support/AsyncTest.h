@@ -3,7 +3,11 @@
 #include <QCoroTask>
 
 #include <chrono>
+#include <exception>
 #include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
 
 namespace AsyncTest {
 
@@ -19,10 +23,33 @@ bool waitUntil(const std::function<bool()>& predicate,
 // Runs the event loop for `duration`, letting queued work and timers happen.
 void spin(std::chrono::milliseconds duration = std::chrono::milliseconds(0));
 
-// Runs `task` to completion on the event loop and returns its result (rethrowing its error).
+// Runs `task` to completion on the event loop and returns its result, rethrowing its error.
+// Fails the calling test by throwing when the task has not finished within `timeout` (scaled).
 template <typename T>
-T run(QCoro::Task<T>&& task) {
-    return QCoro::waitFor(std::move(task));
+T run(QCoro::Task<T>&& task, std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
+    struct Outcome {
+        std::optional<T> value;
+        std::exception_ptr error;
+        bool done = false;
+    };
+    auto outcome = std::make_shared<Outcome>();
+    [](QCoro::Task<T> awaited, std::shared_ptr<Outcome> into) -> QCoro::Task<void> {
+        try {
+            into->value.emplace(co_await std::move(awaited));
+        } catch (...) {
+            into->error = std::current_exception();
+        }
+        into->done = true;
+    }(std::move(task), outcome);
+    if (!waitUntil([&outcome] { return outcome->done; }, timeout)) {
+        throw std::runtime_error("the task did not finish in time");
+    }
+    if (outcome->error) {
+        std::rethrow_exception(outcome->error);
+    }
+    return std::move(*outcome->value);
 }
+
+void run(QCoro::Task<void>&& task, std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
 } // namespace AsyncTest
