@@ -55,9 +55,10 @@ int usage() {
 }
 
 std::optional<Target> parseTarget(const QString& text) {
-    // Labels become unit names, so only characters a unit name may hold are accepted.
+    // Labels become unit names, so only characters a unit name may hold are accepted, and never
+    // a leading "-" that systemctl would take for an option.
     static const QRegularExpression pattern(
-        QStringLiteral("^gui/([0-9]{1,10})/([A-Za-z0-9:_.-]{1,240})$"));
+        QStringLiteral("^gui/([0-9]{1,10})/([A-Za-z0-9][A-Za-z0-9:_.-]{0,239})$"));
     const QRegularExpressionMatch match = pattern.match(text);
     if (!match.hasMatch()) {
         return std::nullopt;
