@@ -104,9 +104,13 @@ void AtomicFileWriter::createDirectory(const QString& path) {
     if (parent != absolute) {
         createDirectory(parent);
     }
-    if (::mkdir(QFile::encodeName(absolute).constData(), 0700) != 0 && errno != EEXIST) {
-        throw PlatformError::fromErrno(QStringLiteral("Could not create the folder ") + absolute,
-                                       errno);
+    if (::mkdir(QFile::encodeName(absolute).constData(), 0700) != 0) {
+        // Something else may have made the folder meanwhile; anything but a folder is in the way.
+        const int error = errno == EEXIST && !QFileInfo(absolute).isDir() ? ENOTDIR : errno;
+        if (error != EEXIST) {
+            throw PlatformError::fromErrno(
+                QStringLiteral("Could not create the folder ") + absolute, error);
+        }
     }
 }
 
