@@ -53,13 +53,6 @@ INSTANTIATE_TEST_SUITE_P(Paths, AutostartEntryValidity,
                                          "/home/anna/$dir/`x`/\"q\"/back\\slash/100%/vantrel",
                                          "/home/anna/Programme/Zürich ☂/vantrel"));
 
-TEST(AutostartExec, QuotesThenEscapesForTheFileFormat) {
-    EXPECT_EQ(XdgAutostartLoginItemManager::execValue("/opt/a b/vantrel"), "\"/opt/a b/vantrel\"");
-    // Inside quotes \ becomes \\, and the file format doubles each backslash again.
-    EXPECT_EQ(XdgAutostartLoginItemManager::execValue("/a\\b"), "\"/a\\\\\\\\b\"");
-    EXPECT_EQ(XdgAutostartLoginItemManager::execValue("/a\"$`/%"), "\"/a\\\\\"\\\\$\\\\`/%%\"");
-}
-
 TEST_F(AutostartTest, EnablingCreatesTheFoldersAndTheEntry) {
     manager().setEnabled(true);
     ASSERT_TRUE(QFile::exists(entry()));
