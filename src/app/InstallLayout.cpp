@@ -17,14 +17,12 @@ InstallLayout::InstallLayout(QString applicationDirectory)
 
 QString InstallLayout::expectedProgramPath(const QString& name) const {
     const QDir directory(m_applicationDirectory);
-    if (directory.dirName() == QLatin1String("bin")) {
-        const QString installed = QDir::cleanPath(
-            directory.filePath(QStringLiteral("../libexec/vantrel/")) + QLatin1Char('/') + name);
-        // A build tree's output folder may also be called "bin"; there the program sits beside
-        // the application.
-        if (!QFileInfo::exists(directory.filePath(name)) || QFileInfo::exists(installed)) {
-            return installed;
-        }
+    // An installation always has <prefix>/libexec/vantrel (the service-control substitute lives
+    // there); a build tree has no such folder and keeps every program beside the application.
+    const QString libexec =
+        QDir::cleanPath(directory.filePath(QStringLiteral("../libexec/vantrel")));
+    if (directory.dirName() == QLatin1String("bin") && QFileInfo(libexec).isDir()) {
+        return libexec + QLatin1Char('/') + name;
     }
     return directory.filePath(name);
 }

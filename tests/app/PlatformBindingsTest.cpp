@@ -53,6 +53,8 @@ TEST(QSettingsDefaultsStore, LeavesAFileItCannotParseAsItIs) {
 TEST(InstallLayout, FindsTheHelperInLibexecForAnInstalledApplication) {
     QTemporaryDir prefix;
     const QString helper = prefix.filePath("libexec/vantrel/vantrel-tracker");
+    ASSERT_TRUE(QDir().mkpath(prefix.filePath("libexec/vantrel")));
+    ASSERT_TRUE(QDir().mkpath(prefix.filePath("bin")));
     const InstallLayout layout(prefix.filePath("bin"));
     EXPECT_EQ(layout.expectedHelperPath(), helper);
     EXPECT_EQ(layout.helperExecutablePath(), std::nullopt);
@@ -66,6 +68,8 @@ TEST(InstallLayout, FindsTheHelperInLibexecForAnInstalledApplication) {
 
 TEST(InstallLayout, FindsTheHelperBesideTheApplicationInABuildTree) {
     QTemporaryDir build;
+    EXPECT_EQ(InstallLayout(build.filePath("bin")).expectedHelperPath(),
+              build.filePath("bin/vantrel-tracker"));
     writeFile(build.filePath("bin/vantrel-tracker"), "#!/bin/sh\n", true);
     EXPECT_EQ(InstallLayout(build.filePath("bin")).helperExecutablePath(),
               build.filePath("bin/vantrel-tracker"));
