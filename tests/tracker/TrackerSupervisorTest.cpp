@@ -47,6 +47,12 @@ protected:
     FakeTrackerProcessRunner runner{[this] { return sleeper.elapsed; }};
     TrackerSupervisor supervisor{runner, sleeper, 4};
 
+    // A held sleep that is cancelled ends on a later turn; let it end while the sleeper exists.
+    void TearDown() override {
+        supervisor.stop(true);
+        AsyncTest::spin(10ms);
+    }
+
     void failEveryLaunch() {
         runner.launchFailure = [this] {
             throw PlatformError("launch failure " + QString::number(runner.launchTimes.size()));
