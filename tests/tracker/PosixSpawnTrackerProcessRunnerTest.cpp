@@ -1,6 +1,7 @@
 #include "tracker/PosixSpawnTrackerProcessRunner.h"
 
 #include "StatusDocument.h"
+#include "app/PlatformError.h"
 #include "support/AsyncTest.h"
 #include "tracker/PosixSpawnTrackerProcessHandle.h"
 #include "tracker/TrackerStatusDecodingError.h"
@@ -150,6 +151,25 @@ TEST_F(RunnerTest, AHelperThatClosesItsInputAtOnceIsHarmless) {
     auto handle = runner.startHelper(configuration(), exits.handler());
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return !exits.statuses.isEmpty(); }));
     EXPECT_EQ(exits.statuses, QList<qint32>{0});
+}
+
+TEST_F(RunnerTest, AnExecutableTheSystemCannotRunFailsWithThePlatformsWords) {
+    const QString helper = path("vantrel-tracker");
+    writeFile(helper, "neither a program nor a script\n");
+    QFile::setPermissions(helper, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QString expected =
+        "The tracker helper at " + helper + " could not be started: Exec format error";
+
+    ExitRecord exits;
+    try {
+        runner.startHelper(configuration(helper), exits.handler());
+        ADD_FAILURE() << "the launch succeeded";
+    } catch (const PlatformError& error) {
+        EXPECT_EQ(error.description(), expected);
+    }
+    EXPECT_EQ(describeFailure(runner.runStatus(helper, configPath())), expected);
+    AsyncTest::spin(20ms);
+    EXPECT_TRUE(exits.statuses.isEmpty());
 }
 
 TEST(PosixSpawnTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigpipe) {
