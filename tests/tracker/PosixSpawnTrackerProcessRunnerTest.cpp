@@ -323,7 +323,7 @@ TEST_F(RunnerTest, AStatusCommandThatNeverEndsLeavesTheGuiThreadRunning) {
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });
     timer.start(10);
-    AsyncTest::spin(300ms);
+    AsyncTest::spin(AsyncTest::scaled(300ms));
     EXPECT_GE(ticks, 15);
     EXPECT_FALSE(finished);
 
