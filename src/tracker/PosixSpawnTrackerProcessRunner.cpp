@@ -1,0 +1,160 @@
+#include "tracker/PosixSpawnTrackerProcessRunner.h"
+
+#include "app/PlatformError.h"
+#include "tracker/PosixSpawnTrackerProcessHandle.h"
+#include "tracker/SpawnedProcess.h"
+#include "tracker/StatusCommandProcess.h"
+#include "tracker/TrackerSupervisorError.h"
+
+#include <QCoroSignal>
+#include <QFile>
+#include <QFileInfo>
+#include <QStringDecoder>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+// A descriptor closed when it goes out of scope unless released.
+class OwnedDescriptor {
+public:
+    explicit OwnedDescriptor(int fd = -1)
+        : m_fd(fd) {}
+    ~OwnedDescriptor() { reset(); }
+    OwnedDescriptor(OwnedDescriptor&& other) noexcept
+        : m_fd(other.release()) {}
+    OwnedDescriptor& operator=(OwnedDescriptor&&) = delete;
+
+    int get() const { return m_fd; }
+    int release() { return std::exchange(m_fd, -1); }
+    void reset() {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+            m_fd = -1;
+        }
+    }
+
+private:
+    int m_fd;
+};
+
+void prepareLogFile(const QString& path) {
+    const QString directory = QFileInfo(path).absolutePath();
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(QFile::encodeName(directory).data()),
+                                        error);
+    if (error) {
+        throw PlatformError(QStringLiteral("Could not create the directory ") + directory +
+                            QStringLiteral(": ") + QString::fromStdString(error.message()));
+    }
+    const QByteArray encoded = QFile::encodeName(path);
+    struct stat info {};
+    if (::stat(encoded.constData(), &info) == 0) {
+        return;
+    }
+    // Unchecked on purpose: a file that cannot be created cannot be opened either, and opening
+    // it reports why.
+    OwnedDescriptor created(::open(encoded.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+}
+
+OwnedDescriptor openForAppending(const QString& path) {
+    OwnedDescriptor fd(
+        ::open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    if (fd.get() < 0) {
+        throw PlatformError::fromErrno(QStringLiteral("Could not open the log file ") + path,
+                                       errno);
+    }
+    return fd;
+}
+
+} // namespace
+
+bool PosixSpawnTrackerProcessRunner::isExecutableFile(const QString& path) {
+    const QByteArray encoded = QFile::encodeName(path);
+    struct stat info {};
+    return !path.isEmpty() && ::stat(encoded.constData(), &info) == 0 && S_ISREG(info.st_mode) &&
+           ::faccessat(AT_FDCWD, encoded.constData(), X_OK, AT_EACCESS) == 0;
+}
+
+QString PosixSpawnTrackerProcessRunner::errorMessage(const QByteArray& standardError) {
+    // Keep a byte-order mark as a character rather than dropping it: the text is the helper's
+    // own bytes.
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
+                                                     QStringDecoder::Flag::ConvertInitialBom);
+    const QString text = decoder.decode(standardError.left(errorOutputLimit));
+    if (decoder.hasError()) {
+        return QStringLiteral("No error output");
+    }
+    return text;
+}
+
+std::unique_ptr<TrackerProcessHandling>
+PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configuration,
+                                            ExitHandler onExit) {
+    if (!isExecutableFile(configuration.executableURL)) {
+        throw TrackerSupervisorError::helperMissing(configuration.executableURL);
+    }
+    prepareLogFile(configuration.stdoutURL);
+    prepareLogFile(configuration.stderrURL);
+    OwnedDescriptor output = openForAppending(configuration.stdoutURL);
+    OwnedDescriptor error = openForAppending(configuration.stderrURL);
+
+    int input[2];
+    if (pipe2(input, O_CLOEXEC) != 0) {
+        throw PlatformError::fromErrno(QStringLiteral("Could not create a pipe"), errno);
+    }
+    OwnedDescriptor inputRead(input[0]);
+    OwnedDescriptor inputWrite(input[1]);
+    // The key is far smaller than a pipe's buffer; never let a helper that does not read it
+    // hold the GUI thread.
+    fcntl(inputWrite.get(), F_SETFL, fcntl(inputWrite.get(), F_GETFL) | O_NONBLOCK);
+
+    const QStringList arguments{QStringLiteral("--config"),      configuration.configURL,
+                                QStringLiteral("run"),           QStringLiteral("--api-key-stdin"),
+                                QStringLiteral("--device-name"), configuration.deviceName};
+    SpawnedProcess* process = SpawnedProcess::spawn(configuration.executableURL, arguments,
+                                                    {inputRead.get(), output.get(), error.get()});
+    // From here on only the helper holds the read end and the log files, so a helper that
+    // closes its standard input makes the key write fail rather than fill a pipe nobody reads.
+    inputRead.reset();
+    output.reset();
+    error.reset();
+    QObject::connect(process, &SpawnedProcess::exited, process,
+                     [onExit = std::move(onExit)](qint32 status) { onExit(status); });
+
+    auto handle =
+        std::make_unique<PosixSpawnTrackerProcessHandle>(QPointer(process), inputWrite.release());
+    QByteArray keyLine = configuration.apiKey.toUtf8();
+    keyLine.append('\n');
+    // A helper that has already closed its standard input simply does not get the key; its
+    // exit is reported as usual.
+    handle->writeInput(keyLine);
+    keyLine.fill('\0');
+    return handle;
+}
+
+QCoro::Task<TrackerStatus> PosixSpawnTrackerProcessRunner::runStatus(QString executableURL,
+                                                                     QString configURL) {
+    // Touches nothing of the runner: the command may outlive it.
+    if (!isExecutableFile(executableURL)) {
+        throw TrackerSupervisorError::helperMissing(executableURL);
+    }
+    const QStringList arguments{QStringLiteral("--config"), configURL, QStringLiteral("status"),
+                                QStringLiteral("--json")};
+    auto command =
+        std::make_unique<StatusCommandProcess>(executableURL, arguments, errorOutputLimit);
+    if (!command->isFinished()) {
+        co_await qCoro(command.get(), &StatusCommandProcess::finished);
+    }
+    if (command->exitStatus() != 0) {
+        throw TrackerSupervisorError::helperExited(command->exitStatus(),
+                                                   errorMessage(command->standardError()));
+    }
+    co_return TrackerStatus::decode(command->standardOutput());
+}

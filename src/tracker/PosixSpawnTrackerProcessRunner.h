@@ -1,0 +1,25 @@
+#pragma once
+
+#include "tracker/TrackerProcessRunning.h"
+
+#include <QByteArray>
+
+// Starts the tracker helper with posix_spawn and watches it from the GUI thread's event loop
+// (see SpawnedProcess). Holds no state: one instance serves the whole application, and a status
+// command in flight does not need the runner to stay alive.
+class PosixSpawnTrackerProcessRunner : public TrackerProcessRunning {
+public:
+    std::unique_ptr<TrackerProcessHandling> startHelper(const LaunchConfiguration& configuration,
+                                                        ExitHandler onExit) override;
+    QCoro::Task<TrackerStatus> runStatus(QString executableURL, QString configURL) override;
+
+    // How much of a failed status command's standard error its message keeps.
+    static constexpr qsizetype errorOutputLimit = 512;
+
+    // The message of a failed status command: its standard error (at most errorOutputLimit
+    // bytes) as text, or "No error output" when those bytes are not valid UTF-8.
+    static QString errorMessage(const QByteArray& standardError);
+
+    // A regular file that the current user may execute.
+    static bool isExecutableFile(const QString& path);
+};

@@ -1,0 +1,128 @@
+#include "tracker/StatusCommandProcess.h"
+
+#include "app/PlatformError.h"
+#include "tracker/SpawnedProcess.h"
+
+#include <QSocketNotifier>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <limits>
+#include <unistd.h>
+
+namespace {
+
+constexpr qsizetype readChunk = 64 * 1024;
+// A command that writes as fast as we read must not hold the GUI thread in one activation; the
+// notifier fires again for whatever is left.
+constexpr int readsPerActivation = 16;
+
+struct Pipe {
+    int read = -1;
+    int write = -1;
+};
+
+Pipe openPipe() {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        throw PlatformError::fromErrno(QStringLiteral("Could not create a pipe"), errno);
+    }
+    // Our end never blocks: the event loop reads what is there and comes back for more.
+    fcntl(fds[0], F_SETFL, fcntl(fds[0], F_GETFL) | O_NONBLOCK);
+    return {fds[0], fds[1]};
+}
+
+void closeDescriptor(int& fd) {
+    if (fd >= 0) {
+        ::close(fd);
+        fd = -1;
+    }
+}
+
+} // namespace
+
+StatusCommandProcess::StatusCommandProcess(const QString& executable, const QStringList& arguments,
+                                           qsizetype standardErrorLimit)
+    : m_errorLimit(standardErrorLimit) {
+    Pipe output = openPipe();
+    Pipe error;
+    try {
+        error = openPipe();
+        m_process = SpawnedProcess::spawn(executable, arguments, {-1, output.write, error.write});
+    } catch (...) {
+        closeDescriptor(output.read);
+        closeDescriptor(output.write);
+        closeDescriptor(error.read);
+        closeDescriptor(error.write);
+        throw;
+    }
+    // Only the child may hold the write ends, or the pipes would never reach their end.
+    closeDescriptor(output.write);
+    closeDescriptor(error.write);
+
+    connect(m_process, &SpawnedProcess::exited, this, [this](qint32 status) {
+        m_exited = true;
+        m_exitStatus = status;
+        finishIfDone();
+    });
+    m_outputChannel.fd = output.read;
+    m_errorChannel.fd = error.read;
+    m_outputChannel.notifier = new QSocketNotifier(output.read, QSocketNotifier::Read, this);
+    m_errorChannel.notifier = new QSocketNotifier(error.read, QSocketNotifier::Read, this);
+    connect(m_outputChannel.notifier, &QSocketNotifier::activated, this,
+            [this] { drain(m_outputChannel, m_output, std::numeric_limits<qsizetype>::max()); });
+    connect(m_errorChannel.notifier, &QSocketNotifier::activated, this,
+            [this] { drain(m_errorChannel, m_error, m_errorLimit); });
+}
+
+StatusCommandProcess::~StatusCommandProcess() {
+    // A command abandoned while running keeps running and is reaped by its SpawnedProcess; it
+    // only loses its pipes.
+    close(m_outputChannel);
+    close(m_errorChannel);
+}
+
+bool StatusCommandProcess::isFinished() const {
+    return m_exited && m_outputChannel.fd < 0 && m_errorChannel.fd < 0;
+}
+
+void StatusCommandProcess::drain(Channel& channel, QByteArray& buffer, qsizetype limit) {
+    char chunk[readChunk];
+    for (int reads = 0; channel.fd >= 0; ++reads) {
+        if (reads == readsPerActivation) {
+            return;
+        }
+        const ssize_t count = ::read(channel.fd, chunk, sizeof chunk);
+        if (count > 0) {
+            const qsizetype room = limit - buffer.size();
+            if (room > 0) {
+                buffer.append(chunk, std::min<qsizetype>(room, count));
+            }
+            continue;
+        }
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            return;
+        }
+        close(channel); // end of output, or an error that ends it just the same
+    }
+    finishIfDone();
+}
+
+void StatusCommandProcess::close(Channel& channel) {
+    if (channel.notifier) {
+        channel.notifier->setEnabled(false);
+        channel.notifier->deleteLater();
+        channel.notifier = nullptr;
+    }
+    closeDescriptor(channel.fd);
+}
+
+void StatusCommandProcess::finishIfDone() {
+    if (isFinished() && !m_finishedEmitted) {
+        m_finishedEmitted = true;
+        Q_EMIT finished();
+    }
+}
