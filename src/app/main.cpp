@@ -1,12 +1,38 @@
-#include <QCoreApplication>
+#include "app/AppState.h"
+#include "app/CompositionRoot.h"
+#include "app/TerminationSignalWatcher.h"
+#include "ui/ConsoleStatusView.h"
+
+#include <QApplication>
+#include <QFile>
 
 #include <cstdio>
+#include <unistd.h>
 
-// The tray application is assembled once its platform bindings exist; until then the binary
-// only confirms that the core builds and links.
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    std::puts("Vantrel: the core library is built. The tray application and its windows are not "
-              "assembled yet, so there is nothing to show.");
-    return 0;
+    // Without any display (a server, a test run) the application still runs its logic.
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM") && !qEnvironmentVariableIsSet("DISPLAY") &&
+        !qEnvironmentVariableIsSet("WAYLAND_DISPLAY")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QApplication app(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("Vantrel"));
+    QApplication::setApplicationName(QStringLiteral("Vantrel"));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    // Under a test runner the application comes up without touching the system.
+    const bool isRunningTests = qEnvironmentVariableIsSet("XCTestConfigurationFilePath");
+    CompositionRoot root;
+    AppState& state = root.makeAppState(!isRunningTests);
+    TerminationSignalWatcher termination([&state] { state.quit(); });
+
+    std::fputs("Vantrel runs without its tray panel and windows for now; its status follows. "
+               "Press Ctrl+C to quit.\n",
+               stderr);
+    QFile console;
+    // By descriptor, so each line reaches a pipe or file at once rather than sitting in stdio's
+    // buffer.
+    console.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered);
+    ConsoleStatusView view(state, console);
+    return QApplication::exec();
 }

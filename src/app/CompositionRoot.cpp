@@ -1,0 +1,122 @@
+#include "app/CompositionRoot.h"
+
+#include "api/DeviceAuthorizationClient.h"
+#include "api/EnvironmentCertificateTrust.h"
+#include "api/NetworkAccessDeviceAuthorizationTransport.h"
+#include "api/NetworkAccessTodaySummaryTransport.h"
+#include "api/TodaySummaryClient.h"
+#include "api/TodaySummaryPoller.h"
+#include "app/AppState.h"
+#include "app/DesktopServicesWorkspace.h"
+#include "app/HostnamedHostNamer.h"
+#include "app/InstallLayout.h"
+#include "app/QApplicationController.h"
+#include "app/QClipboardWriter.h"
+#include "app/QSettingsDefaultsStore.h"
+#include "system/LegacyTrackerMigration.h"
+#include "system/QProcessSystemCommandRunner.h"
+#include "system/SecretServiceCredentialStore.h"
+#include "system/TrackerConfigFile.h"
+#include "system/XdgAutostartLoginItemManager.h"
+#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/TaskSleepScheduler.h"
+#include "tracker/TrackerRuntimePaths.h"
+#include "tracker/TrackerSupervisor.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QNetworkProxyFactory>
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+
+#include <unistd.h>
+
+namespace {
+
+QNetworkAccessManager* prepareNetwork(QNetworkAccessManager& network) {
+    // Before the first request: connections keep the TLS settings they were opened with.
+    EnvironmentCertificateTrust::install(QProcessEnvironment::systemEnvironment());
+    QNetworkProxyFactory::setUseSystemConfiguration(true);
+    network.setCache(nullptr);
+    return &network;
+}
+
+} // namespace
+
+// In creation order; members are destroyed in reverse, so everything outlives its users.
+struct CompositionRoot::Collaborators {
+    TrackerRuntimePaths paths{QDir::homePath()};
+    InstallLayout installation{QCoreApplication::applicationDirPath()};
+    SecretServiceCredentialStore credentialStore{QLatin1String(credentialService),
+                                                 QLatin1String(credentialAccount)};
+    PosixSpawnTrackerProcessRunner processRunner;
+    TaskSleepScheduler supervisorSleeper;
+    TrackerSupervisor supervisor{processRunner, supervisorSleeper, maximumRestartAttempts};
+    XdgAutostartLoginItemManager loginItems{
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation),
+        QCoreApplication::applicationFilePath()};
+    QProcessSystemCommandRunner commandRunner;
+    QNetworkAccessManager network;
+    NetworkAccessDeviceAuthorizationTransport deviceAuthorizationTransport{prepareNetwork(network)};
+    DeviceAuthorizationClient deviceAuthorizer{&deviceAuthorizationTransport,
+                                               [] { return QDateTime::currentDateTimeUtc(); }};
+    NetworkAccessTodaySummaryTransport todaySummaryTransport{&network};
+    TodaySummaryClient todaySummaryClient{&todaySummaryTransport};
+    QSettingsDefaultsStore defaults;
+    // Shared by the poller and the migration.
+    TaskSleepScheduler sleeper;
+    TodaySummaryPoller todaySummaryPoller{&todaySummaryClient, &sleeper,
+                                          todaySummaryRefreshInterval};
+    LegacyTrackerMigration migration{
+        paths,
+        credentialStore,
+        commandRunner,
+        sleeper,
+        installation.expectedProgramPath(LegacyTrackerMigration::launchctlFileName()),
+        static_cast<quint32>(::getuid()),
+        legacyServiceStatusChecks};
+    TrackerConfigFile configFile{paths.configURL()};
+    DesktopServicesWorkspace workspace;
+    QApplicationController application;
+    QClipboardWriter clipboard;
+    HostnamedHostNamer host;
+    // The browser sign-in's own sleep between polls.
+    TaskSleepScheduler taskSleeper;
+};
+
+CompositionRoot::CompositionRoot()
+    : m_collaborators(std::make_unique<Collaborators>()) {}
+
+CompositionRoot::~CompositionRoot() {
+    m_appState.reset();
+}
+
+AppState& CompositionRoot::makeAppState(bool startAutomatically) {
+    Q_ASSERT(!m_appState);
+    Collaborators& c = *m_collaborators;
+    m_appState = std::make_unique<AppState>(
+        AppStateCollaborators{
+            .paths = c.paths,
+            .credentialStore = &c.credentialStore,
+            .supervisor = &c.supervisor,
+            .loginItemManager = &c.loginItems,
+            .migration = &c.migration,
+            .deviceAuthorizer = &c.deviceAuthorizer,
+            .todaySummaryPoller = &c.todaySummaryPoller,
+            .sleeper = &c.sleeper,
+            .defaults = &c.defaults,
+            .configFile = &c.configFile,
+            .workspace = &c.workspace,
+            .application = &c.application,
+            .clipboard = &c.clipboard,
+            .installation = &c.installation,
+            .host = &c.host,
+            .taskSleeper = &c.taskSleeper,
+        },
+        startAutomatically);
+    return *m_appState;
+}
+
+QApplicationController& CompositionRoot::applicationController() {
+    return m_collaborators->application;
+}

@@ -1,0 +1,140 @@
+#!/usr/bin/env bash
+# Starts the real application binary, installed into a throwaway prefix next to a scripted tracker
+# helper, with a throwaway home and a private keyring (run it under tests/scripts/with-keyring.sh).
+#
+#   application-end-to-end.sh <vantrel> <fake tracker helper> <vantrel-launchctl>
+#
+# First start, with no key anywhere: the configuration file gets the API URL, the autostart entry
+# appears, the status is read, no helper runs. Second start, with the key an older installation
+# left in the configuration file: the key moves into the keyring, the file keeps it blanked, and
+# the helper is launched with the key on its standard input, nowhere else.
+set -euo pipefail
+
+app="$1"
+helper="$2"
+launchctl="$3"
+scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
+
+[ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
+
+work="$(mktemp -d)"
+app_pid=""
+cleanup() {
+    if [ -n "$app_pid" ] && kill -0 "$app_pid" 2>/dev/null; then
+        kill -KILL "$app_pid" 2>/dev/null || true
+    fi
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+passed=0
+failed=0
+check() {
+    local description="$1"
+    shift
+    if "$@"; then
+        passed=$((passed + 1))
+        echo "ok: $description"
+    else
+        failed=$((failed + 1))
+        echo "FAILED: $description"
+    fi
+}
+
+# Waits up to N seconds (scaled) for a command to succeed.
+wait_for() {
+    local seconds="$1"
+    shift
+    local deadline=$((SECONDS + seconds * scale))
+    until "$@"; do
+        [ "$SECONDS" -lt "$deadline" ] || return 1
+        sleep 0.1
+    done
+}
+
+prefix="$work/prefix"
+mkdir -p "$prefix/bin" "$prefix/libexec/vantrel"
+cp "$app" "$prefix/bin/vantrel"
+cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker"
+cp "$launchctl" "$prefix/libexec/vantrel/vantrel-launchctl"
+
+export XDG_CONFIG_HOME="$HOME/.config"
+export QT_QPA_PLATFORM=offscreen
+config="$HOME/.vantrel/config.toml"
+record="$work/record"
+mkdir -p "$HOME/.vantrel" "$record"
+
+cat >"$work/status.json" <<JSON
+{"schema_version": 1, "tracker_version": "9.9.9-test",
+ "vantrel_config_path": "$config", "vantrel_config_exists": true,
+ "wakatime_compat_config_path": "$HOME/.wakatime.cfg", "wakatime_compat_config_exists": false,
+ "state_path": "$HOME/.vantrel/state.json", "state_exists": false,
+ "pending_queue_path": "$HOME/.vantrel/queue", "pending_queue_exists": false,
+ "stdout_log_path": "$HOME/.vantrel/tracker/stdout.log", "stdout_log_exists": true,
+ "stderr_log_path": "$HOME/.vantrel/tracker/stderr.log", "stderr_log_exists": true,
+ "service_definition_path": "", "service_definition_exists": false, "service_state": "supervised",
+ "binary_install_path": "$prefix/libexec/vantrel/vantrel-tracker", "authenticated": true,
+ "device_id": "6F9619FF-8B86-D011-B42D-00C04FC964FF", "device_name": "test-machine",
+ "queued_heartbeats": 0, "queued_activity_segments": 0, "dropped_heartbeats": 0,
+ "dropped_activity_segments": 0, "presence_coverage": "full", "presence_reason": "test",
+ "last_successful_upload_at": "2026-11-23T10:00:00Z"}
+JSON
+
+# The helper reads its script from the configuration file; the application keeps those lines.
+write_helper_script() {
+    cat >"$config" <<SCRIPT
+run.read-key
+run.record $record
+run.wait-stdin-eof
+status.stdout-file $work/status.json
+$1
+SCRIPT
+}
+
+start_app() {
+    "$prefix/bin/vantrel" >"$work/$1.out" 2>"$work/$1.err" &
+    app_pid=$!
+}
+
+stop_app() {
+    kill -TERM "$app_pid"
+    local status=0
+    wait_for 10 bash -c "! kill -0 $app_pid 2>/dev/null" || status=1
+    wait "$app_pid" 2>/dev/null || status=$?
+    app_pid=""
+    return "$status"
+}
+
+autostart="$XDG_CONFIG_HOME/autostart/vantrel.desktop"
+key="legacy-key-$RANDOM$RANDOM"
+
+# First start: nothing stored.
+write_helper_script ""
+start_app first
+check "the first start signs nobody in" wait_for 20 grep -q "Vantrel: Sign in required" "$work/first.out"
+check "the configuration file gets the API URL" grep -q '^api_url = "https://' "$config"
+check "the helper's own lines are kept" grep -qx "run.read-key" "$config"
+check "the configuration file is private" test "$(stat -c %a "$config")" = 600
+check "the autostart entry is registered" test -f "$autostart"
+check "the autostart entry is valid" desktop-file-validate "$autostart"
+check "no helper was launched without a key" test ! -e "$record/pid"
+check "the application quits on SIGTERM" stop_app
+
+# Second start: an older installation left its key in the configuration file.
+write_helper_script "api_key = \"$key\""
+start_app second
+check "the helper is launched" wait_for 20 test -e "$record/pid"
+check "the helper received the key on standard input" grep -qx "$key" "$record/key"
+check "the helper's arguments hold no key" bash -c "! tr '\\0' '\\n' <'$record/argv' | grep -q '$key'"
+check "the helper's environment holds no key" bash -c "! grep -qa '$key' /proc/$(cat "$record/pid")/environ"
+check "the key moved into the keyring" test "$(secret-tool lookup service com.keldor.vantrel account tracker-api-key)" = "$key"
+check "the configuration file keeps the key blanked" grep -qx 'api_key = ""' "$config"
+check "the status line reports tracking" wait_for 20 grep -q "Vantrel: Tracking" "$work/second.out"
+check "the import is announced" grep -q "Imported the existing tracker" "$work/second.out"
+helper_pid="$(cat "$record/pid")"
+check "the application quits on SIGTERM" stop_app
+check "quitting stops the helper" wait_for 10 bash -c "! kill -0 $helper_pid 2>/dev/null"
+check "the key is in no output and no preference" bash -c "! grep -rqa '$key' '$work'/*.out '$work'/*.err '$XDG_CONFIG_HOME'"
+
+echo "application end to end: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]
