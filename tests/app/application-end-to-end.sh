@@ -10,42 +10,30 @@
 # the helper is launched with the key on its standard input, nowhere else.
 set -euo pipefail
 
-app="$1"
-helper="$2"
-launchctl="$3"
-scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
+app="$1" helper="$2" launchctl="$3" scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
 
 [ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
 
 work="$(mktemp -d)"
 app_pid=""
 cleanup() {
-    if [ -n "$app_pid" ] && kill -0 "$app_pid" 2>/dev/null; then
-        kill -KILL "$app_pid" 2>/dev/null || true
-    fi
+    [ -z "$app_pid" ] || kill -KILL "$app_pid" 2>/dev/null || true
     rm -rf "$work"
 }
 trap cleanup EXIT
 
-passed=0
-failed=0
+passed=0 failed=0
 check() {
     local description="$1"
     shift
-    if "$@"; then
-        passed=$((passed + 1))
-        echo "ok: $description"
-    else
-        failed=$((failed + 1))
-        echo "FAILED: $description"
-    fi
+    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
+    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
 }
 
 # Waits up to N seconds (scaled) for a command to succeed.
 wait_for() {
-    local seconds="$1"
+    local deadline=$((SECONDS + $1 * scale))
     shift
-    local deadline=$((SECONDS + seconds * scale))
     until "$@"; do
         [ "$SECONDS" -lt "$deadline" ] || return 1
         sleep 0.1
@@ -55,21 +43,18 @@ wait_for() {
 prefix="$work/prefix"
 mkdir -p "$prefix/bin" "$prefix/libexec/vantrel"
 cp "$app" "$prefix/bin/vantrel"
-cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker"
-cp "$launchctl" "$prefix/libexec/vantrel/vantrel-launchctl"
+cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker" && cp "$launchctl" "$prefix/libexec/vantrel/"
 
 export XDG_CONFIG_HOME="$HOME/.config"
 export QT_QPA_PLATFORM=offscreen
-config="$HOME/.vantrel/config.toml"
-record="$work/record"
+config="$HOME/.vantrel/config.toml" record="$work/record"
 mkdir -p "$HOME/.vantrel" "$record"
 
 cat >"$work/status.json" <<JSON
-{"schema_version": 1, "tracker_version": "9.9.9-test",
- "vantrel_config_path": "$config", "vantrel_config_exists": true,
- "wakatime_compat_config_path": "$HOME/.wakatime.cfg", "wakatime_compat_config_exists": false,
- "state_path": "$HOME/.vantrel/state.json", "state_exists": false,
- "pending_queue_path": "$HOME/.vantrel/queue", "pending_queue_exists": false,
+{"schema_version": 1, "tracker_version": "9.9.9-test", "vantrel_config_path": "$config",
+ "vantrel_config_exists": true, "wakatime_compat_config_path": "$HOME/.wakatime.cfg",
+ "wakatime_compat_config_exists": false, "state_path": "$HOME/.vantrel/state.json",
+ "state_exists": false, "pending_queue_path": "$HOME/.vantrel/queue", "pending_queue_exists": false,
  "stdout_log_path": "$HOME/.vantrel/tracker/stdout.log", "stdout_log_exists": true,
  "stderr_log_path": "$HOME/.vantrel/tracker/stderr.log", "stderr_log_exists": true,
  "service_definition_path": "", "service_definition_exists": false, "service_state": "supervised",

@@ -3,7 +3,6 @@
 #include "system/KeychainStoreError.h"
 
 std::optional<QString> InMemoryCredentialStore::loadAPIKey() {
-    ++loadCount;
     if (failLoad) {
         throw KeychainStoreError::unexpectedStatus(*failLoad);
     }
