@@ -1,10 +1,6 @@
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -57,29 +53,11 @@ INSTANTIATE_TEST_SUITE_P(
                    TrackerHealth::offline()},
         HealthCase{"uploadTracks", true, true, false, statusWith({}, upload),
                    TrackerHealth::tracking()},
-        HealthCase{"errorKindIsCaseSensitive", true, true, false, statusWith("Network", upload),
-                   TrackerHealth::tracking()},
         HealthCase{"neverUploadedConnects", true, true, false, statusWith({}, {}), connecting}),
     [](const auto& row) { return std::string(row.param.name); });
 
-class AppStateDiagnostics : public testing::Test {
-protected:
+TEST(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
     AppHarness harness;
-};
-
-TEST_F(AppStateDiagnostics, StartUpAndSignInShowConnectingWhateverTheTrackerSays) {
-    harness.supervisor.setCrashLocked(true);
-    harness.migration.gate.hold = true;
-    auto state = harness.make(true);
-    EXPECT_EQ(state->health(), TrackerHealth::connecting());
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return harness.migration.calls == 1; }));
-    EXPECT_EQ(state->health(), TrackerHealth::connecting());
-    harness.migration.gate.releaseOne();
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return !state->isStarting(); }));
-    EXPECT_EQ(state->health(), TrackerHealth::signInRequired());
-}
-
-TEST_F(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
     const QString key = "vk_live_7f3a9c2e1b";
     harness.credentials.stored = key;
     auto state = harness.make(false);
@@ -114,22 +92,6 @@ TEST_F(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
     EXPECT_FALSE(report.contains(key));
     state->copyDiagnostics();
     EXPECT_EQ(harness.clipboard.text, report);
-}
-
-TEST_F(AppStateDiagnostics, RevealsTheLogsThatExistOrElseOpensTheirFolder) {
-    QTemporaryDir home;
-    harness.home = home.path();
-    auto state = harness.make(false);
-
-    state->openLogs();
-    ASSERT_EQ(harness.workspace.opened.size(), 1);
-    EXPECT_EQ(harness.workspace.opened[0], QUrl::fromLocalFile(home.path() + "/.vantrel/tracker"));
-
-    ASSERT_TRUE(QDir().mkpath(home.path() + "/.vantrel/tracker"));
-    ASSERT_TRUE(QFile(home.path() + "/.vantrel/tracker/stderr.log").open(QIODevice::WriteOnly));
-    state->openLogs();
-    EXPECT_EQ(harness.workspace.revealed,
-              QList<QStringList>{QStringList{home.path() + "/.vantrel/tracker/stderr.log"}});
 }
 
 } // namespace

@@ -11,26 +11,16 @@ const QString configPath = "/home/tester/.vantrel/config.toml";
 const QString selfHosted = "https://self.example/api/vantrel/v1";
 using Pair = std::pair<QString, QString>;
 
-class AppStateStartup : public testing::Test {
-protected:
-    std::unique_ptr<AppState> startAndWait() {
-        auto state = harness.make(false);
-        AsyncTest::run(state->start());
-        return state;
-    }
-
+TEST(AppStateStartup, RunsTheWholeSequenceWithAStoredKey) {
     AppHarness harness;
-};
-
-TEST_F(AppStateStartup, RunsTheWholeSequenceWithAStoredKey) {
     harness.credentials.stored = "key-1";
     harness.defaults.values["serverURL"] = "  " + selfHosted + "/ \n";
     harness.migration.result = {.importedCredential = true, .stoppedServiceCount = 0};
     harness.supervisor.statusOnRefresh = sampleTrackerStatus();
 
-    auto state = startAndWait();
+    auto state = harness.make(false);
+    AsyncTest::run(state->start());
 
-    EXPECT_FALSE(state->isStarting());
     EXPECT_EQ(state->presentedError(), std::nullopt);
     EXPECT_EQ(state->migrationSummary(),
               "Imported the existing tracker and stopped its background service.");
@@ -53,21 +43,6 @@ TEST_F(AppStateStartup, RunsTheWholeSequenceWithAStoredKey) {
     EXPECT_EQ(harness.loginItems.calls, QList<bool>{true});
     EXPECT_EQ(harness.defaults.values["launchAtLogin"], true);
     EXPECT_EQ(harness.defaults.values["launchAtLoginInitialized"], true);
-}
-
-TEST_F(AppStateStartup, ASecondStartDoesNothingEvenWhileTheFirstIsSuspended) {
-    harness.migration.gate.hold = true;
-    auto state = harness.make(false);
-
-    auto first = state->start();
-    AsyncTest::run(state->start());
-    EXPECT_EQ(harness.migration.calls, 1);
-    EXPECT_TRUE(state->isStarting()) << "the first run is still waiting for the migration";
-
-    harness.migration.gate.releaseOne();
-    AsyncTest::run(std::move(first));
-    EXPECT_FALSE(state->isStarting());
-    EXPECT_EQ(harness.loginItems.calls.size(), 1);
 }
 
 // How start-up ends with a stored key, unless the row takes it away.
@@ -135,16 +110,23 @@ INSTANTIATE_TEST_SUITE_P(
                     "Keychain operation failed with status 2."}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(AppStateStartup, StartsOnTheNextTurnWhenAutomaticAndSurvivesDestructionMeanwhile) {
+TEST(AppStateStartup, StartsOnceOnTheNextTurnWhenAutomaticAndSurvivesDestructionMeanwhile) {
+    AppHarness harness;
     auto manual = harness.make(false);
     AsyncTest::spin(std::chrono::milliseconds(20));
     EXPECT_EQ(harness.migration.calls, 0);
 
     harness.migration.gate.hold = true;
+    harness.supervisor.setCrashLocked(true);
     auto automatic = harness.make(true);
     EXPECT_TRUE(automatic->isStarting());
     EXPECT_EQ(harness.migration.calls, 0) << "nothing runs inside the constructor";
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return harness.migration.calls == 1; }));
+    AsyncTest::run(automatic->start()); // returns at once while the first run is suspended
+    EXPECT_EQ(harness.migration.calls, 1);
+    EXPECT_TRUE(automatic->isStarting());
+    EXPECT_EQ(automatic->health(), TrackerHealth::connecting()) << "whatever the tracker says";
+
     automatic.reset();
     harness.migration.gate.releaseOne();
     AsyncTest::spin(std::chrono::milliseconds(20));
@@ -182,59 +164,42 @@ INSTANTIATE_TEST_SUITE_P(
                     URLCase{"noScheme", "x.example/api", std::nullopt}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(AppStateStartup, PublishesTodaysTotalOnlyWhileTheStateExists) {
-    auto state = harness.make(false);
-    state->startTracker("key-1");
-    ASSERT_TRUE(harness.poller.onUpdate);
-    harness.poller.onUpdate(TodaySummary{"1 hr 5 mins", 3900});
-    EXPECT_EQ(state->todaySummary(), (TodaySummary{"1 hr 5 mins", 3900}));
-    auto callback = harness.poller.onUpdate;
-    state.reset();
-    callback(TodaySummary{"2 hrs", 7200});
-}
+struct SignOutCase {
+    const char* name;
+    QString serverURL;
+    std::optional<qint32> deleteFails;
+    bool revokes;
+};
 
-TEST_F(AppStateStartup, SignOutStopsTrackingForgetsTheKeyAndRevokesIt) {
-    harness.credentials.stored = "key-1";
-    auto state = startAndWait();
-    harness.poller.onUpdate(TodaySummary{"5 mins", 300});
+class AppStateSignOut : public testing::TestWithParam<SignOutCase> {};
 
-    state->signOut();
-
-    EXPECT_FALSE(state->hasCredential());
-    EXPECT_EQ(harness.credentials.stored, std::nullopt);
-    EXPECT_EQ(harness.supervisor.stops, QList<bool>{true});
-    EXPECT_EQ(harness.poller.stops, 1);
-    EXPECT_EQ(state->todaySummary(), std::nullopt);
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return harness.authorizer.revokes.size() == 1; }));
-    EXPECT_EQ(harness.authorizer.revokes[0], Pair(AppState::defaultServerURL, "key-1"));
-}
-
-TEST_F(AppStateStartup, SignOutWithAFailingDeleteKeepsTheCredentialButStillStopsAndRevokes) {
+// Sign-out stops tracking at once; forgetting the key and revoking it are each best effort.
+TEST_P(AppStateSignOut, StopsTrackingAndForgetsAndRevokesWhatItCan) {
+    const SignOutCase& row = GetParam();
+    AppHarness harness;
     harness.credentials.stored = "key-1";
     harness.authorizer.revokeFailure = std::make_exception_ptr(PlatformError("offline"));
-    auto state = startAndWait();
-    harness.credentials.failDelete = -25308;
-
-    state->signOut();
-
-    EXPECT_TRUE(state->hasCredential());
-    EXPECT_EQ(state->presentedError(), "Keychain operation failed with status -25308.");
-    EXPECT_EQ(harness.supervisor.stops, QList<bool>{true});
-    EXPECT_EQ(state->todaySummary(), std::nullopt);
-    EXPECT_TRUE(AsyncTest::waitUntil([&] { return harness.authorizer.revokes.size() == 1; }));
-}
-
-TEST_F(AppStateStartup, SignOutSendsNoRevokeForAnUnparsableServerURL) {
-    harness.credentials.stored = "key-1";
-    harness.defaults.values["serverURL"] = "https://exa mple.com";
+    harness.defaults.values["serverURL"] = row.serverURL;
     auto state = harness.make(false);
+    state->startTracker("key-1");
+    harness.credentials.failDelete = row.deleteFails;
 
     state->signOut();
-
-    EXPECT_FALSE(state->hasCredential());
-    EXPECT_EQ(harness.credentials.stored, std::nullopt);
     AsyncTest::spin(std::chrono::milliseconds(20));
-    EXPECT_TRUE(harness.authorizer.revokes.isEmpty());
+
+    EXPECT_EQ(harness.credentials.stored.has_value(), row.deleteFails.has_value());
+    EXPECT_EQ(state->presentedError().has_value(), row.deleteFails.has_value());
+    EXPECT_EQ(harness.supervisor.stops, QList<bool>{true});
+    EXPECT_FALSE(harness.poller.onUpdate) << "the total stopped";
+    const QList<Pair> revoked{{row.serverURL, "key-1"}};
+    EXPECT_EQ(harness.authorizer.revokes, row.revokes ? revoked : QList<Pair>());
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, AppStateSignOut,
+                         testing::Values(SignOutCase{"plain", selfHosted, std::nullopt, true},
+                                         SignOutCase{"deleteFails", selfHosted, -25308, true},
+                                         SignOutCase{"unparsableServerURL", "https://exa mple.com",
+                                                     std::nullopt, false}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 } // namespace

@@ -1,9 +1,6 @@
-#include "app/CancellableSleep.h"
 #include "app/CancellationError.h"
 #include "app/TaskHandle.h"
 #include "support/AsyncTest.h"
-
-#include <QElapsedTimer>
 
 #include <gtest/gtest.h>
 
@@ -31,26 +28,6 @@ TEST(Cancellation, NotifiesOnceOnALaterTurnAndNeverADeadContext) {
     EXPECT_FALSE(deadContextCalled);
     EXPECT_THROW(task.token().throwIfCancelled(), CancellationError);
     EXPECT_NO_THROW(CancellationToken().throwIfCancelled());
-}
-
-TEST(CancellableSleep, ManySleepersWakeIndependently) {
-    TaskHandle cancelled;
-    bool shortDone = false;
-    bool longDone = false;
-    auto sleepThenSet = [](std::chrono::milliseconds duration, CancellationToken token,
-                           bool* done) -> QCoro::Task<void> {
-        co_await cancellableSleep(duration, token);
-        *done = true;
-    };
-    auto a = sleepThenSet(30ms, CancellationToken(), &shortDone);
-    auto b = sleepThenSet(60s, cancelled.token(), &longDone);
-    EXPECT_TRUE(AsyncTest::waitUntil([&] { return shortDone; }));
-    EXPECT_FALSE(longDone);
-    QElapsedTimer clock;
-    clock.start();
-    cancelled.cancel();
-    EXPECT_TRUE(AsyncTest::waitUntil([&] { return longDone; }));
-    EXPECT_LT(clock.elapsed(), AsyncTest::scaled(1s).count());
 }
 
 } // namespace

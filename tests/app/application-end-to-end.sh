@@ -14,13 +14,8 @@ app="$1" helper="$2" launchctl="$3" scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
 
 [ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
 
-work="$(mktemp -d)"
-app_pid=""
-cleanup() {
-    [ -z "$app_pid" ] || kill -KILL "$app_pid" 2>/dev/null || true
-    rm -rf "$work"
-}
-trap cleanup EXIT
+work="$(mktemp -d)" app_pid=""
+trap '[ -z "$app_pid" ] || kill -KILL "$app_pid" 2>/dev/null; rm -rf "$work"' EXIT
 
 passed=0 failed=0
 check() {
@@ -40,15 +35,11 @@ wait_for() {
     done
 }
 
-prefix="$work/prefix"
-mkdir -p "$prefix/bin" "$prefix/libexec/vantrel"
+prefix="$work/prefix" config="$HOME/.vantrel/config.toml" record="$work/record"
+mkdir -p "$prefix/bin" "$prefix/libexec/vantrel" "$HOME/.vantrel" "$record"
 cp "$app" "$prefix/bin/vantrel"
 cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker" && cp "$launchctl" "$prefix/libexec/vantrel/"
-
-export XDG_CONFIG_HOME="$HOME/.config"
-export QT_QPA_PLATFORM=offscreen
-config="$HOME/.vantrel/config.toml" record="$work/record"
-mkdir -p "$HOME/.vantrel" "$record"
+export XDG_CONFIG_HOME="$HOME/.config" QT_QPA_PLATFORM=offscreen
 
 cat >"$work/status.json" <<JSON
 {"schema_version": 1, "tracker_version": "9.9.9-test", "vantrel_config_path": "$config",
@@ -67,19 +58,10 @@ JSON
 
 # The helper reads its script from the configuration file; the application keeps those lines.
 write_helper_script() {
-    cat >"$config" <<SCRIPT
-run.read-key
-run.record $record
-run.wait-stdin-eof
-status.stdout-file $work/status.json
-$1
-SCRIPT
+    printf '%s\n' run.read-key "run.record $record" run.wait-stdin-eof \
+        "status.stdout-file $work/status.json" "$1" >"$config"
 }
-
-start_app() {
-    "$prefix/bin/vantrel" >"$work/$1.out" 2>"$work/$1.err" &
-    app_pid=$!
-}
+start_app() { "$prefix/bin/vantrel" >"$work/$1.out" 2>"$work/$1.err" & app_pid=$!; }
 
 stop_app() {
     kill -TERM "$app_pid"

@@ -35,10 +35,11 @@ QCoro::Task<LegacyMigrationResult> FakeMigration::migrateIfNeeded() {
     co_return result;
 }
 
-QCoro::Task<DeviceAuthorizationSession>
-FakeDeviceAuthorizer::start(QString serverURL, QUuid deviceID, QString deviceName,
-                            QString clientVersion, CancellationToken) {
-    startCalls.append({serverURL, deviceID, deviceName, clientVersion});
+QCoro::Task<DeviceAuthorizationSession> FakeDeviceAuthorizer::start(QString, QUuid deviceID,
+                                                                    QString deviceName,
+                                                                    QString clientVersion,
+                                                                    CancellationToken) {
+    startCalls.append({deviceID, deviceName, clientVersion});
     co_await nextTurn();
     co_return take(startOutcomes, false);
 }
@@ -59,33 +60,29 @@ QCoro::Task<void> FakeDeviceAuthorizer::revoke(QString serverURL, QString apiKey
     }
 }
 
-AppHarness::AppHarness() = default;
-
-AppStateCollaborators AppHarness::collaborators() {
-    return AppStateCollaborators{
-        .paths = TrackerRuntimePaths(home),
-        .credentialStore = &credentials,
-        .supervisor = &supervisor,
-        .loginItemManager = &loginItems,
-        .migration = &migration,
-        .deviceAuthorizer = &authorizer,
-        .todaySummaryPoller = &poller,
-        .sleeper = &sleeper,
-        .defaults = &defaults,
-        .configFile = &configFile,
-        .workspace = &workspace,
-        .application = &application,
-        .clipboard = &clipboard,
-        .installation = &installation,
-        .host = &host,
-        .taskSleeper = &taskSleeper,
-        // Virtual time: the clock advances by what the application's tasks slept.
-        .now = [this] { return now.addMSecs(static_cast<qint64>(taskSleeper.elapsed * 1000)); },
-    };
-}
-
 std::unique_ptr<AppState> AppHarness::make(bool startAutomatically) {
-    return std::make_unique<AppState>(collaborators(), startAutomatically);
+    return std::make_unique<AppState>(
+        AppStateCollaborators{
+            .paths = TrackerRuntimePaths(home),
+            .credentialStore = &credentials,
+            .supervisor = &supervisor,
+            .loginItemManager = &loginItems,
+            .migration = &migration,
+            .deviceAuthorizer = &authorizer,
+            .todaySummaryPoller = &poller,
+            .sleeper = &sleeper,
+            .defaults = &defaults,
+            .configFile = &configFile,
+            .workspace = &workspace,
+            .application = &application,
+            .clipboard = &clipboard,
+            .installation = &installation,
+            .host = &host,
+            .taskSleeper = &taskSleeper,
+            // Virtual time: the clock advances by what the application's tasks slept.
+            .now = [this] { return now.addMSecs(static_cast<qint64>(taskSleeper.elapsed * 1000)); },
+        },
+        startAutomatically);
 }
 
 TrackerStatus sampleTrackerStatus() {

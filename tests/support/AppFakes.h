@@ -73,7 +73,6 @@ public:
     QCoro::Task<void> revoke(QString serverURL, QString apiKey, CancellationToken token) override;
 
     struct StartCall {
-        QString serverURL;
         QUuid deviceID;
         QString deviceName;
         QString clientVersion;
@@ -146,10 +145,9 @@ public:
 
 class FakeApplication : public ApplicationControlling {
 public:
-    void activate() override { events.append(QStringLiteral("activate")); }
-    void showSettingsWindow() override { events.append(QStringLiteral("settings")); }
-    void terminate() override { events.append(QStringLiteral("terminate")); }
-    QStringList events;
+    void activate() override {}
+    void showSettingsWindow() override {}
+    void terminate() override {}
 };
 
 class FakeClipboard : public ClipboardWriting {
@@ -181,8 +179,6 @@ public:
 
 // All fakes, wired into one AppState.
 struct AppHarness {
-    AppHarness();
-    AppStateCollaborators collaborators();
     std::unique_ptr<AppState> make(bool startAutomatically = false);
 
     QString home = QStringLiteral("/home/tester");

@@ -29,7 +29,5 @@ QCoro::Task<void> FakeSupervisor::refreshStatus(QString executableURL, QString c
     if (statusOnRefresh) {
         setTrackerStatus(statusOnRefresh);
         setLastError(std::nullopt);
-    } else if (errorOnRefresh) {
-        setLastError(errorOnRefresh);
     }
 }

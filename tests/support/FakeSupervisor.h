@@ -38,9 +38,8 @@ public:
         publish(m_lastError, std::move(error), &FakeSupervisor::lastErrorChanged);
     }
 
-    // What the next explicit refresh publishes: a report, or an error text.
+    // What the next explicit refresh publishes, when set.
     std::optional<TrackerStatus> statusOnRefresh;
-    std::optional<QString> errorOnRefresh;
 
     QList<LaunchConfiguration> starts;
     QList<bool> stops;

@@ -6,10 +6,7 @@ std::optional<QString> InMemoryCredentialStore::loadAPIKey() {
     if (failLoad) {
         throw KeychainStoreError::unexpectedStatus(*failLoad);
     }
-    if (loadOverride) {
-        return loadOverride;
-    }
-    return stored;
+    return loadOverride ? loadOverride : stored;
 }
 
 void InMemoryCredentialStore::saveAPIKey(const QString& key) {
@@ -25,7 +22,6 @@ void InMemoryCredentialStore::saveAPIKey(const QString& key) {
 }
 
 void InMemoryCredentialStore::deleteAPIKey() {
-    ++deleteCount;
     if (failDelete) {
         throw KeychainStoreError::unexpectedStatus(*failDelete);
     }

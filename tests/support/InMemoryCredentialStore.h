@@ -20,5 +20,4 @@ public:
     // When set, loads return this instead of what is stored (a store that reads back wrongly).
     std::optional<QString> loadOverride;
     int saveCount = 0;
-    int deleteCount = 0;
 };
