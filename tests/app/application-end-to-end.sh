@@ -10,66 +10,42 @@
 # the helper is launched with the key on its standard input, nowhere else.
 set -euo pipefail
 
-app="$1"
-helper="$2"
-launchctl="$3"
-scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
+app="$1" helper="$2" launchctl="$3" scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
 
 [ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
 
-work="$(mktemp -d)"
-app_pid=""
-cleanup() {
-    if [ -n "$app_pid" ] && kill -0 "$app_pid" 2>/dev/null; then
-        kill -KILL "$app_pid" 2>/dev/null || true
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
+work="$(mktemp -d)" app_pid=""
+trap '[ -z "$app_pid" ] || kill -KILL "$app_pid" 2>/dev/null; rm -rf "$work"' EXIT
 
-passed=0
-failed=0
+passed=0 failed=0
 check() {
     local description="$1"
     shift
-    if "$@"; then
-        passed=$((passed + 1))
-        echo "ok: $description"
-    else
-        failed=$((failed + 1))
-        echo "FAILED: $description"
-    fi
+    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
+    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
 }
 
 # Waits up to N seconds (scaled) for a command to succeed.
 wait_for() {
-    local seconds="$1"
+    local deadline=$((SECONDS + $1 * scale))
     shift
-    local deadline=$((SECONDS + seconds * scale))
     until "$@"; do
         [ "$SECONDS" -lt "$deadline" ] || return 1
         sleep 0.1
     done
 }
 
-prefix="$work/prefix"
-mkdir -p "$prefix/bin" "$prefix/libexec/vantrel"
+prefix="$work/prefix" config="$HOME/.vantrel/config.toml" record="$work/record"
+mkdir -p "$prefix/bin" "$prefix/libexec/vantrel" "$HOME/.vantrel" "$record"
 cp "$app" "$prefix/bin/vantrel"
-cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker"
-cp "$launchctl" "$prefix/libexec/vantrel/vantrel-launchctl"
-
-export XDG_CONFIG_HOME="$HOME/.config"
-export QT_QPA_PLATFORM=offscreen
-config="$HOME/.vantrel/config.toml"
-record="$work/record"
-mkdir -p "$HOME/.vantrel" "$record"
+cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker" && cp "$launchctl" "$prefix/libexec/vantrel/"
+export XDG_CONFIG_HOME="$HOME/.config" QT_QPA_PLATFORM=offscreen
 
 cat >"$work/status.json" <<JSON
-{"schema_version": 1, "tracker_version": "9.9.9-test",
- "vantrel_config_path": "$config", "vantrel_config_exists": true,
- "wakatime_compat_config_path": "$HOME/.wakatime.cfg", "wakatime_compat_config_exists": false,
- "state_path": "$HOME/.vantrel/state.json", "state_exists": false,
- "pending_queue_path": "$HOME/.vantrel/queue", "pending_queue_exists": false,
+{"schema_version": 1, "tracker_version": "9.9.9-test", "vantrel_config_path": "$config",
+ "vantrel_config_exists": true, "wakatime_compat_config_path": "$HOME/.wakatime.cfg",
+ "wakatime_compat_config_exists": false, "state_path": "$HOME/.vantrel/state.json",
+ "state_exists": false, "pending_queue_path": "$HOME/.vantrel/queue", "pending_queue_exists": false,
  "stdout_log_path": "$HOME/.vantrel/tracker/stdout.log", "stdout_log_exists": true,
  "stderr_log_path": "$HOME/.vantrel/tracker/stderr.log", "stderr_log_exists": true,
  "service_definition_path": "", "service_definition_exists": false, "service_state": "supervised",
@@ -82,19 +58,10 @@ JSON
 
 # The helper reads its script from the configuration file; the application keeps those lines.
 write_helper_script() {
-    cat >"$config" <<SCRIPT
-run.read-key
-run.record $record
-run.wait-stdin-eof
-status.stdout-file $work/status.json
-$1
-SCRIPT
+    printf '%s\n' run.read-key "run.record $record" run.wait-stdin-eof \
+        "status.stdout-file $work/status.json" "$1" >"$config"
 }
-
-start_app() {
-    "$prefix/bin/vantrel" >"$work/$1.out" 2>"$work/$1.err" &
-    app_pid=$!
-}
+start_app() { "$prefix/bin/vantrel" >"$work/$1.out" 2>"$work/$1.err" & app_pid=$!; }
 
 stop_app() {
     kill -TERM "$app_pid"

@@ -3,8 +3,6 @@
 #include "app/CancellableSleep.h"
 #include "app/PlatformError.h"
 
-#include <QCoroSignal>
-
 namespace {
 
 QCoro::Task<void> nextTurn() {
@@ -28,34 +26,20 @@ T take(std::deque<std::variant<T, std::exception_ptr>>& outcomes, bool repeatLas
 
 } // namespace
 
-void FakeLoginItemManager::setEnabled(bool enabled) {
-    calls.append(enabled);
-    if (failure) {
-        throw PlatformError(*failure);
-    }
-}
-
 QCoro::Task<LegacyMigrationResult> FakeMigration::migrateIfNeeded() {
     ++calls;
-    if (hold) {
-        co_await qCoro(this, &FakeMigration::released);
-    } else {
-        co_await nextTurn();
-    }
+    co_await gate.sleep(0, CancellationToken());
     if (failure) {
         std::rethrow_exception(failure);
     }
     co_return result;
 }
 
-void FakeMigration::release() {
-    Q_EMIT released();
-}
-
-QCoro::Task<DeviceAuthorizationSession>
-FakeDeviceAuthorizer::start(QString serverURL, QUuid deviceID, QString deviceName,
-                            QString clientVersion, CancellationToken) {
-    startCalls.append({serverURL, deviceID, deviceName, clientVersion});
+QCoro::Task<DeviceAuthorizationSession> FakeDeviceAuthorizer::start(QString, QUuid deviceID,
+                                                                    QString deviceName,
+                                                                    QString clientVersion,
+                                                                    CancellationToken) {
+    startCalls.append({deviceID, deviceName, clientVersion});
     co_await nextTurn();
     co_return take(startOutcomes, false);
 }
@@ -63,11 +47,7 @@ FakeDeviceAuthorizer::start(QString serverURL, QUuid deviceID, QString deviceNam
 QCoro::Task<DeviceAuthorizationPollResult>
 FakeDeviceAuthorizer::poll(QString serverURL, DeviceAuthorizationSession, CancellationToken) {
     pollURLs.append(serverURL);
-    if (pollGate.hold) {
-        co_await pollGate.sleep(0, CancellationToken());
-    } else {
-        co_await nextTurn();
-    }
+    co_await pollGate.sleep(0, CancellationToken());
     co_return take(pollOutcomes, true);
 }
 
@@ -80,71 +60,29 @@ QCoro::Task<void> FakeDeviceAuthorizer::revoke(QString serverURL, QString apiKey
     }
 }
 
-void FakeTodaySummaryPoller::start(QString serverURL, QString apiKey,
-                                   std::function<void(const TodaySummary&)> callback) {
-    starts.append({serverURL, apiKey});
-    onUpdate = std::move(callback);
-}
-
-void FakeTodaySummaryPoller::stop() {
-    ++stops;
-    onUpdate = nullptr;
-}
-
-std::optional<QString> FakeDefaults::string(const QString& key) const {
-    const QVariant value = values.value(key);
-    if (value.typeId() != QMetaType::QString) {
-        return std::nullopt;
-    }
-    return value.toString();
-}
-
-bool FakeDefaults::boolean(const QString& key) const {
-    const QVariant value = values.value(key);
-    return value.typeId() == QMetaType::Bool && value.toBool();
-}
-
-void FakeDefaults::setString(const QString& key, const QString& value) {
-    values.insert(key, value);
-}
-
-void FakeDefaults::setBoolean(const QString& key, bool value) {
-    values.insert(key, value);
-}
-
-void FakeConfigFile::setValue(const QString& value, const QString& key) {
-    if (failure) {
-        throw PlatformError(*failure);
-    }
-    writes.append({key, value});
-}
-
-AppHarness::AppHarness() = default;
-
-AppStateCollaborators AppHarness::collaborators() {
-    return AppStateCollaborators{
-        .paths = TrackerRuntimePaths(home),
-        .credentialStore = &credentials,
-        .supervisor = &supervisor,
-        .loginItemManager = &loginItems,
-        .migration = &migration,
-        .deviceAuthorizer = &authorizer,
-        .todaySummaryPoller = &poller,
-        .sleeper = &sleeper,
-        .defaults = &defaults,
-        .configFile = &configFile,
-        .workspace = &workspace,
-        .application = &application,
-        .clipboard = &clipboard,
-        .installation = &installation,
-        .host = &host,
-        .taskSleeper = &taskSleeper,
-        .now = [this] { return now; },
-    };
-}
-
 std::unique_ptr<AppState> AppHarness::make(bool startAutomatically) {
-    return std::make_unique<AppState>(collaborators(), startAutomatically);
+    return std::make_unique<AppState>(
+        AppStateCollaborators{
+            .paths = TrackerRuntimePaths(home),
+            .credentialStore = &credentials,
+            .supervisor = &supervisor,
+            .loginItemManager = &loginItems,
+            .migration = &migration,
+            .deviceAuthorizer = &authorizer,
+            .todaySummaryPoller = &poller,
+            .sleeper = &sleeper,
+            .defaults = &defaults,
+            .configFile = &configFile,
+            .workspace = &workspace,
+            .application = &application,
+            .clipboard = &clipboard,
+            .installation = &installation,
+            .host = &host,
+            .taskSleeper = &taskSleeper,
+            // Virtual time: the clock advances by what the application's tasks slept.
+            .now = [this] { return now.addMSecs(static_cast<qint64>(taskSleeper.elapsed * 1000)); },
+        },
+        startAutomatically);
 }
 
 TrackerStatus sampleTrackerStatus() {

@@ -8,6 +8,7 @@
 #include "app/DefaultsStoring.h"
 #include "app/HostNaming.h"
 #include "app/InstallationDescribing.h"
+#include "app/PlatformError.h"
 #include "app/WorkspaceOpening.h"
 #include "support/FakeSleeper.h"
 #include "support/FakeSupervisor.h"
@@ -25,32 +26,38 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <variant>
+
+// Readable failure messages for compared texts.
+inline void PrintTo(const QString& value, std::ostream* os) {
+    *os << '"' << value.toStdString() << '"';
+}
 
 // Fakes for the application state's collaborators. Asynchronous ones answer on a later turn of
 // the event loop, as the real ones do.
 
 class FakeLoginItemManager : public LoginItemManaging {
 public:
-    void setEnabled(bool enabled) override;
+    void setEnabled(bool enabled) override {
+        calls.append(enabled);
+        if (failure) {
+            throw PlatformError(*failure);
+        }
+    }
     QList<bool> calls;
     std::optional<QString> failure; // thrown as a PlatformError
 };
 
-class FakeMigration : public QObject, public LegacyTrackerMigrating {
-    Q_OBJECT
+class FakeMigration : public LegacyTrackerMigrating {
 public:
     QCoro::Task<LegacyMigrationResult> migrateIfNeeded() override;
-    // With `hold` set, migrateIfNeeded waits until release().
-    void release();
+    // With gate.hold set, migrateIfNeeded waits until gate.releaseOne().
+    FakeSleeper gate;
 
     LegacyMigrationResult result;
     std::exception_ptr failure;
-    bool hold = false;
     int calls = 0;
-
-Q_SIGNALS:
-    void released();
 };
 
 class FakeDeviceAuthorizer : public DeviceAuthorizing {
@@ -66,7 +73,6 @@ public:
     QCoro::Task<void> revoke(QString serverURL, QString apiKey, CancellationToken token) override;
 
     struct StartCall {
-        QString serverURL;
         QUuid deviceID;
         QString deviceName;
         QString clientVersion;
@@ -87,8 +93,14 @@ public:
 class FakeTodaySummaryPoller : public TodaySummaryPolling {
 public:
     void start(QString serverURL, QString apiKey,
-               std::function<void(const TodaySummary&)> onUpdate) override;
-    void stop() override;
+               std::function<void(const TodaySummary&)> callback) override {
+        starts.append({serverURL, apiKey});
+        onUpdate = std::move(callback);
+    }
+    void stop() override {
+        ++stops;
+        onUpdate = nullptr;
+    }
 
     QList<std::pair<QString, QString>> starts;
     int stops = 0;
@@ -97,16 +109,28 @@ public:
 
 class FakeDefaults : public DefaultsStoring {
 public:
-    std::optional<QString> string(const QString& key) const override;
-    bool boolean(const QString& key) const override;
-    void setString(const QString& key, const QString& value) override;
-    void setBoolean(const QString& key, bool value) override;
+    std::optional<QString> string(const QString& key) const override {
+        const QVariant value = values.value(key);
+        return value.typeId() == QMetaType::QString ? std::optional(value.toString())
+                                                    : std::nullopt;
+    }
+    bool boolean(const QString& key) const override {
+        const QVariant value = values.value(key);
+        return value.typeId() == QMetaType::Bool && value.toBool();
+    }
+    void setString(const QString& key, const QString& value) override { values.insert(key, value); }
+    void setBoolean(const QString& key, bool value) override { values.insert(key, value); }
     QHash<QString, QVariant> values;
 };
 
 class FakeConfigFile : public TrackerConfigWriting {
 public:
-    void setValue(const QString& value, const QString& key) override;
+    void setValue(const QString& value, const QString& key) override {
+        if (failure) {
+            throw PlatformError(*failure);
+        }
+        writes.append({key, value});
+    }
     QList<std::pair<QString, QString>> writes; // (key, value)
     std::optional<QString> failure;
 };
@@ -121,10 +145,9 @@ public:
 
 class FakeApplication : public ApplicationControlling {
 public:
-    void activate() override { events.append(QStringLiteral("activate")); }
-    void showSettingsWindow() override { events.append(QStringLiteral("settings")); }
-    void terminate() override { events.append(QStringLiteral("terminate")); }
-    QStringList events;
+    void activate() override {}
+    void showSettingsWindow() override {}
+    void terminate() override {}
 };
 
 class FakeClipboard : public ClipboardWriting {
@@ -156,8 +179,6 @@ public:
 
 // All fakes, wired into one AppState.
 struct AppHarness {
-    AppHarness();
-    AppStateCollaborators collaborators();
     std::unique_ptr<AppState> make(bool startAutomatically = false);
 
     QString home = QStringLiteral("/home/tester");

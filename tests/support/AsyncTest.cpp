@@ -9,14 +9,10 @@
 
 namespace AsyncTest {
 
-double timeoutFactor() {
-    const char* value = std::getenv("VANTREL_TEST_TIMEOUT_FACTOR");
-    const double factor = value ? std::atof(value) : 1.0;
-    return factor > 0 ? factor : 1.0;
-}
-
 std::chrono::milliseconds scaled(std::chrono::milliseconds timeout) {
-    return std::chrono::milliseconds(static_cast<qint64>(timeout.count() * timeoutFactor()));
+    const char* value = std::getenv("VANTREL_TEST_TIMEOUT_FACTOR");
+    const double factor = value && std::atof(value) > 0 ? std::atof(value) : 1.0;
+    return std::chrono::milliseconds(static_cast<qint64>(timeout.count() * factor));
 }
 
 bool waitUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
@@ -37,28 +33,6 @@ void spin(std::chrono::milliseconds duration) {
     do {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
     } while (!deadline.hasExpired());
-}
-
-void run(QCoro::Task<void>&& task, std::chrono::milliseconds timeout) {
-    struct Outcome {
-        std::exception_ptr error;
-        bool done = false;
-    };
-    auto outcome = std::make_shared<Outcome>();
-    [](QCoro::Task<void> awaited, std::shared_ptr<Outcome> into) -> QCoro::Task<void> {
-        try {
-            co_await std::move(awaited);
-        } catch (...) {
-            into->error = std::current_exception();
-        }
-        into->done = true;
-    }(std::move(task), outcome);
-    if (!waitUntil([&outcome] { return outcome->done; }, timeout)) {
-        throw std::runtime_error("the task did not finish in time");
-    }
-    if (outcome->error) {
-        std::rethrow_exception(outcome->error);
-    }
 }
 
 } // namespace AsyncTest

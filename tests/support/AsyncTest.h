@@ -8,11 +8,11 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <type_traits>
 
 namespace AsyncTest {
 
 // Multiplies every test timeout; shared 2-core machines set VANTREL_TEST_TIMEOUT_FACTOR.
-double timeoutFactor();
 std::chrono::milliseconds scaled(std::chrono::milliseconds timeout);
 
 // Runs the event loop until `predicate` holds or the (scaled) timeout passes; returns the
@@ -28,28 +28,31 @@ void spin(std::chrono::milliseconds duration = std::chrono::milliseconds(0));
 template <typename T>
 T run(QCoro::Task<T>&& task, std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
     struct Outcome {
-        std::optional<T> value;
+        std::optional<std::conditional_t<std::is_void_v<T>, bool, T>> value;
         std::exception_ptr error;
-        bool done = false;
     };
     auto outcome = std::make_shared<Outcome>();
     [](QCoro::Task<T> awaited, std::shared_ptr<Outcome> into) -> QCoro::Task<void> {
         try {
-            into->value.emplace(co_await std::move(awaited));
+            if constexpr (std::is_void_v<T>) {
+                co_await std::move(awaited);
+                into->value.emplace(true);
+            } else {
+                into->value.emplace(co_await std::move(awaited));
+            }
         } catch (...) {
             into->error = std::current_exception();
         }
-        into->done = true;
     }(std::move(task), outcome);
-    if (!waitUntil([&outcome] { return outcome->done; }, timeout)) {
+    if (!waitUntil([&outcome] { return outcome->value || outcome->error; }, timeout)) {
         throw std::runtime_error("the task did not finish in time");
     }
     if (outcome->error) {
         std::rethrow_exception(outcome->error);
     }
-    return std::move(*outcome->value);
+    if constexpr (!std::is_void_v<T>) {
+        return std::move(*outcome->value);
+    }
 }
-
-void run(QCoro::Task<void>&& task, std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
 } // namespace AsyncTest

@@ -29,33 +29,5 @@ QCoro::Task<void> FakeSupervisor::refreshStatus(QString executableURL, QString c
     if (statusOnRefresh) {
         setTrackerStatus(statusOnRefresh);
         setLastError(std::nullopt);
-    } else if (errorOnRefresh) {
-        setLastError(errorOnRefresh);
-    }
-}
-
-void FakeSupervisor::setTrackerStatus(std::optional<TrackerStatus> status) {
-    m_status = std::move(status);
-    Q_EMIT trackerStatusChanged();
-}
-
-void FakeSupervisor::setHelperRunning(bool running) {
-    if (m_running != running) {
-        m_running = running;
-        Q_EMIT helperRunningChanged();
-    }
-}
-
-void FakeSupervisor::setCrashLocked(bool locked) {
-    if (m_locked != locked) {
-        m_locked = locked;
-        Q_EMIT crashLockedChanged();
-    }
-}
-
-void FakeSupervisor::setLastError(std::optional<QString> error) {
-    if (m_lastError != error) {
-        m_lastError = std::move(error);
-        Q_EMIT lastErrorChanged();
     }
 }

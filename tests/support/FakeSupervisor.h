@@ -24,20 +24,36 @@ public:
     QCoro::Task<void> refreshStatus() override;
     QCoro::Task<void> refreshStatus(QString executableURL, QString configURL) override;
 
-    void setTrackerStatus(std::optional<TrackerStatus> status);
-    void setHelperRunning(bool running);
-    void setCrashLocked(bool locked);
-    void setLastError(std::optional<QString> error);
+    void setTrackerStatus(std::optional<TrackerStatus> status) {
+        m_status = std::move(status);
+        Q_EMIT trackerStatusChanged(); // a fresh report is news even when it reads the same
+    }
+    void setHelperRunning(bool running) {
+        publish(m_running, running, &FakeSupervisor::helperRunningChanged);
+    }
+    void setCrashLocked(bool locked) {
+        publish(m_locked, locked, &FakeSupervisor::crashLockedChanged);
+    }
+    void setLastError(std::optional<QString> error) {
+        publish(m_lastError, std::move(error), &FakeSupervisor::lastErrorChanged);
+    }
 
-    // What the next explicit refresh publishes: a report, or an error text.
+    // What the next explicit refresh publishes, when set.
     std::optional<TrackerStatus> statusOnRefresh;
-    std::optional<QString> errorOnRefresh;
 
     QList<LaunchConfiguration> starts;
     QList<bool> stops;
     QList<std::pair<QString, QString>> refreshes;
 
 private:
+    template <typename T>
+    void publish(T& member, T value, void (FakeSupervisor::*changed)()) {
+        if (member != value) {
+            member = std::move(value);
+            Q_EMIT(this->*changed)();
+        }
+    }
+
     std::optional<TrackerStatus> m_status;
     bool m_running = false;
     bool m_locked = false;

@@ -3,14 +3,10 @@
 #include "system/KeychainStoreError.h"
 
 std::optional<QString> InMemoryCredentialStore::loadAPIKey() {
-    ++loadCount;
     if (failLoad) {
         throw KeychainStoreError::unexpectedStatus(*failLoad);
     }
-    if (loadOverride) {
-        return loadOverride;
-    }
-    return stored;
+    return loadOverride ? loadOverride : stored;
 }
 
 void InMemoryCredentialStore::saveAPIKey(const QString& key) {
@@ -26,7 +22,6 @@ void InMemoryCredentialStore::saveAPIKey(const QString& key) {
 }
 
 void InMemoryCredentialStore::deleteAPIKey() {
-    ++deleteCount;
     if (failDelete) {
         throw KeychainStoreError::unexpectedStatus(*failDelete);
     }

@@ -19,7 +19,5 @@ public:
     std::optional<qint32> failDelete;
     // When set, loads return this instead of what is stored (a store that reads back wrongly).
     std::optional<QString> loadOverride;
-    int loadCount = 0;
     int saveCount = 0;
-    int deleteCount = 0;
 };

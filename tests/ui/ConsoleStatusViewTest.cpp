@@ -9,17 +9,9 @@
 
 namespace {
 
-class ConsoleStatusViewTest : public testing::Test {
-protected:
-    QStringList printedLines() const {
-        return QString::fromUtf8(output.data()).split('\n', Qt::SkipEmptyParts);
-    }
-
+TEST(ConsoleStatusView, PrintsALineOnlyWhenWhatItShowsChanges) {
     AppHarness harness;
     QBuffer output;
-};
-
-TEST_F(ConsoleStatusViewTest, PrintsALineOnlyWhenWhatItShowsChanges) {
     harness.credentials.stored = "secret-key-123";
     output.open(QIODevice::WriteOnly);
     auto state = harness.make(false);
@@ -31,7 +23,7 @@ TEST_F(ConsoleStatusViewTest, PrintsALineOnlyWhenWhatItShowsChanges) {
     harness.poller.onUpdate(TodaySummary{"1 hr 5 mins", 3900});
     harness.supervisor.setCrashLocked(true);
 
-    EXPECT_EQ(printedLines(),
+    EXPECT_EQ(QString::fromUtf8(output.data()).split('\n', Qt::SkipEmptyParts),
               QStringList({"Vantrel: Sign in required", "Vantrel: Connecting",
                            "Vantrel: Connecting — today 1 hr 5 mins",
                            "Vantrel: Action required — Tracker stopped after repeated crashes. — "
