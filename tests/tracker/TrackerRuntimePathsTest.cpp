@@ -1,8 +1,5 @@
 #include "tracker/TrackerRuntimePaths.h"
 
-#include <QDir>
-#include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -11,24 +8,13 @@ TEST(TrackerRuntimePaths, DerivesEveryLocationFromTheHomeDirectoryWithOrWithoutA
     for (const char* home : {"/Users/a", "/Users/a/"}) {
         const TrackerRuntimePaths paths{QString::fromLatin1(home)};
         EXPECT_EQ(paths.configURL(), "/Users/a/.vantrel/config.toml");
-        EXPECT_EQ(paths.trackerDirectoryURL(), "/Users/a/.vantrel/tracker");
         EXPECT_EQ(paths.stdoutLogURL(), "/Users/a/.vantrel/tracker/stdout.log");
         EXPECT_EQ(paths.stderrLogURL(), "/Users/a/.vantrel/tracker/stderr.log");
         EXPECT_EQ(paths.legacyServicePlistURLs(),
                   QStringList({"/Users/a/Library/LaunchAgents/com.vantrel.tracker.plist",
                                "/Users/a/Library/LaunchAgents/com.vantrel.quillon-tracker.plist"}));
     }
-    EXPECT_EQ(TrackerRuntimePaths("/Users/a"), TrackerRuntimePaths("/Users/a/"));
     EXPECT_EQ(TrackerRuntimePaths("/").configURL(), "/.vantrel/config.toml");
-}
-
-TEST(TrackerRuntimePaths, CreatesNothingForAHomeThatDoesNotExist) {
-    QTemporaryDir root;
-    const QString home = root.path() + "/nobody";
-    const TrackerRuntimePaths paths(home);
-    (void)paths.stdoutLogURL();
-    (void)paths.legacyServicePlistURLs();
-    EXPECT_FALSE(QDir(home).exists());
 }
 
 } // namespace
