@@ -5,9 +5,7 @@
 //   record DIR            write DIR/argv (NUL-terminated arguments), DIR/key (the line read),
 //                         DIR/sigpipe ("default" or "ignored") and, last, DIR/pid
 //   stdout TEXT           print TEXT and a line feed; "stderr TEXT" likewise
-//   stdout-file FILE      copy FILE to standard output
-//   stderr-hex HEX        write raw bytes to standard error
-//   flood-stderr N        write N bytes to standard error
+//   stdout-file FILE      copy FILE to standard output; "stderr-file FILE" likewise
 //   close-stdin           close standard input
 //   wait-stdin-eof        read standard input until it ends
 //   sleep SECONDS         sleep
@@ -15,7 +13,6 @@
 //   exit N                exit with status N (the end of the script exits with 0)
 // Plain C++ without Qt so that it starts as fast as a real helper would.
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -29,12 +26,11 @@
 namespace {
 
 void writeAll(int fd, const std::string& text) {
-    for (size_t done = 0; done < text.size();) {
-        const ssize_t written = write(fd, text.data() + done, text.size() - done);
-        if (written <= 0) {
+    ssize_t written = 0;
+    for (size_t done = 0; done < text.size(); done += static_cast<size_t>(written)) {
+        if ((written = write(fd, text.data() + done, text.size() - done)) <= 0) {
             return;
         }
-        done += static_cast<size_t>(written);
     }
 }
 
@@ -53,8 +49,7 @@ int main(int argc, char** argv) {
     const bool status =
         args.size() == 4 && args[0] == "--config" && args[2] == "status" && args[3] == "--json";
     if (!run && !status) {
-        writeAll(2,
-                 "usage: --config PATH (run --api-key-stdin --device-name NAME|status --json)\n");
+        writeAll(2, "usage: --config PATH run|status ...; see the helper's source\n");
         return 64;
     }
     const std::string prefix = run ? "run." : "status.";
@@ -87,19 +82,10 @@ int main(int argc, char** argv) {
             writeFile(argument + "/pid", std::to_string(getpid()));
         } else if (directive == "stdout" || directive == "stderr") {
             writeAll(directive == "stdout" ? 1 : 2, argument + "\n");
-        } else if (directive == "stdout-file") {
+        } else if (directive == "stdout-file" || directive == "stderr-file") {
             std::ifstream file(argument, std::ios::binary);
-            writeAll(1, std::string(std::istreambuf_iterator<char>(file), {}));
-        } else if (directive == "stderr-hex") {
-            std::string bytes;
-            for (size_t i = 0; i + 1 < argument.size(); i += 2) {
-                bytes.push_back(static_cast<char>(std::stoi(argument.substr(i, 2), nullptr, 16)));
-            }
-            writeAll(2, bytes);
-        } else if (directive == "flood-stderr") {
-            for (long long left = std::stoll(argument); left > 0; left -= 65536) {
-                writeAll(2, std::string(static_cast<size_t>(std::min(left, 65536LL)), 'x'));
-            }
+            writeAll(directive == "stdout-file" ? 1 : 2,
+                     std::string(std::istreambuf_iterator<char>(file), {}));
         } else if (directive == "close-stdin") {
             close(0);
         } else if (directive == "wait-stdin-eof") {

