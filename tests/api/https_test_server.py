@@ -12,8 +12,8 @@
 #   drop          true: close the connection without answering
 import json
 import os
-import sys
 import ssl
+import sys
 import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
@@ -32,13 +32,12 @@ class Handler(BaseHTTPRequestHandler):
     do_POST = do_GET
 
     def answer(self):
-        directory = self.server.directory
         body = self.rfile.read(int(self.headers.get("Content-Length") or 0))
         headers = {key: self.headers[key] for key in self.chosen_headers if key in self.headers}
-        with open(os.path.join(directory, "requests.log"), "a") as log:
+        with open("requests.log", "a") as log:
             log.write(" ".join([self.command, self.path, json.dumps(headers, separators=(",", ":")),
                                 body.decode("utf-8", "replace")]) + "\n")
-        with open(os.path.join(directory, "response.json")) as script:
+        with open("response.json") as script:
             reply = json.load(script)
         time.sleep(reply.get("delay", 0))
         if reply.get("drop"):
@@ -56,9 +55,8 @@ class Handler(BaseHTTPRequestHandler):
                 while True:
                     sent += self.wfile.write(b"x" * 16384)
             except OSError:
-                pass
-            with open(os.path.join(directory, "endless-sent"), "w") as out:
-                out.write(str(sent))
+                with open("endless-sent", "w") as out:
+                    out.write(str(sent))
             return
         self.send_header("Content-Length", str(len(payload)))
         self.end_headers()
@@ -66,20 +64,17 @@ class Handler(BaseHTTPRequestHandler):
 
 
 def main():
-    directory = sys.argv[1]
+    os.chdir(sys.argv[1])
     for listener in sys.argv[2:]:
         name, cert, key = listener.split(":")
         server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-        server.daemon_threads = True
-        server.directory = directory
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(cert, key)
         server.socket = context.wrap_socket(server.socket, server_side=True)
         threading.Thread(target=server.serve_forever, daemon=True).start()
-        port_file = os.path.join(directory, name + ".port")
-        with open(port_file + ".tmp", "w") as out:
+        with open(name + ".port.tmp", "w") as out:
             out.write(str(server.server_address[1]))
-        os.rename(port_file + ".tmp", port_file)
+        os.rename(name + ".port.tmp", name + ".port")
     threading.Event().wait()
 
 
