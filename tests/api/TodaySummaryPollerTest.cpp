@@ -22,7 +22,9 @@ public:
                                                 CancellationToken token) override {
         calls.append(serverURL + " " + apiKey);
         const auto outcome = outcomes.size() > 1 ? outcomes.takeFirst() : outcomes.first();
-        co_await gate.sleep(0, ignoreCancellation ? CancellationToken() : token);
+        // Chosen outside the co_await: GCC 12 destroys a temporary from a conditional there twice.
+        const CancellationToken gateToken = ignoreCancellation ? CancellationToken() : token;
+        co_await gate.sleep(0, gateToken);
         if (!outcome || (token.isCancelled() && !ignoreCancellation)) {
             throw TodaySummaryClientError::networkUnavailable();
         }

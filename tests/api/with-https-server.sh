@@ -7,11 +7,7 @@ set -euo pipefail
 
 work=$(mktemp -d)
 server_pid=""
-cleanup() {
-  [ -z "$server_pid" ] || { kill "$server_pid"; wait "$server_pid"; } 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+trap '{ kill "$server_pid" && wait "$server_pid"; } 2>/dev/null || true; rm -rf "$work"' EXIT
 
 listeners=()
 for name in file dir stranger; do
