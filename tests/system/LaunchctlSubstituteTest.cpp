@@ -18,20 +18,30 @@ struct Outcome {
     QString standardError;
 };
 
+const QString tracker = "com.vantrel.tracker";
+
 // Runs vantrel-launchctl in a throwaway session: its own HOME and runtime folder, no session bus,
-// and PATH limited to `path`, so no systemd of this machine can answer.
+// and a PATH of our choosing, so no systemd of this machine can answer. fakePath() puts first a
+// systemctl that records its arguments and answers "show" from the environment.
 class LaunchctlSubstituteTest : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(QDir().mkpath(fakeBin()));
-        ASSERT_TRUE(QDir().mkpath(emptyBin()));
         ASSERT_TRUE(QDir().mkpath(m_root.filePath("runtime")));
+        ASSERT_TRUE(QDir().mkpath(m_root.filePath("empty-bin")));
+        const QString script = m_root.filePath("fake-bin/systemctl");
+        write(script, "#!/bin/sh\n"
+                      "echo \"$*\" >> \"$FAKE_SYSTEMCTL_LOG\"\n"
+                      "case \"$2\" in\n"
+                      "  show) printf 'LoadState=%s\\nActiveState=%s\\nSubState=running\\n"
+                      "MainPID=4242\\nFragmentPath=/u/x.service\\n' \"${FAKE_LOAD_STATE:-loaded}\" "
+                      "\"${FAKE_ACTIVE_STATE:-inactive}\" ;;\n"
+                      "  stop) exit \"${FAKE_STOP_STATUS:-0}\" ;;\n"
+                      "esac\n");
+        ASSERT_TRUE(QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner));
     }
 
-    QString fakeBin() const { return m_root.filePath("fake-bin"); }
-    QString emptyBin() const { return m_root.filePath("empty-bin"); }
-    QString log() const { return m_root.filePath("systemctl.log"); }
-    QString target(const QString& label) const {
+    QString fakePath() const { return m_root.filePath("fake-bin") + ":/usr/bin:/bin"; }
+    static QString target(const QString& label) {
         return "gui/" + QString::number(::getuid()) + "/" + label;
     }
 
@@ -42,7 +52,7 @@ protected:
         environment.insert("HOME", m_root.path());
         environment.insert("XDG_RUNTIME_DIR", m_root.filePath("runtime"));
         environment.insert("PATH", path);
-        environment.insert("FAKE_SYSTEMCTL_LOG", log());
+        environment.insert("FAKE_SYSTEMCTL_LOG", m_root.filePath("systemctl.log"));
         for (auto it = extra.cbegin(); it != extra.cend(); ++it) {
             environment.insert(it.key(), it.value());
         }
@@ -55,53 +65,32 @@ protected:
                 QString::fromUtf8(process.readAllStandardError())};
     }
 
-    // A systemctl that records its arguments and answers "show" from the environment.
-    void installFakeSystemctl() {
-        const QString script = fakeBin() + "/systemctl";
-        write(script, "#!/bin/sh\n"
-                      "echo \"$*\" >> \"$FAKE_SYSTEMCTL_LOG\"\n"
-                      "case \"$2\" in\n"
-                      "  show) printf 'LoadState=%s\\nActiveState=%s\\nSubState=running\\n"
-                      "MainPID=4242\\nFragmentPath=/u/x.service\\n' \"${FAKE_LOAD_STATE:-loaded}\" "
-                      "\"${FAKE_ACTIVE_STATE:-inactive}\" ;;\n"
-                      "  stop) exit \"${FAKE_STOP_STATUS:-0}\" ;;\n"
-                      "esac\n"
-                      "exit 0\n");
-        ASSERT_TRUE(
-            QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    }
     QStringList systemctlCalls() const {
-        if (!QFile::exists(log())) {
-            return {};
-        }
-        return QString::fromUtf8(read(log())).split('\n', Qt::SkipEmptyParts);
+        QFile log(m_root.filePath("systemctl.log"));
+        return log.open(QIODevice::ReadOnly)
+                   ? QString::fromUtf8(log.readAll()).split('\n', Qt::SkipEmptyParts)
+                   : QStringList();
     }
 
     QTemporaryDir m_root;
 };
 
-TEST_F(LaunchctlSubstituteTest, WithoutAUserManagerPrintReportsTheServiceAsAbsent) {
-    const Outcome run = launchctl({"print", target("com.vantrel.tracker")}, "/usr/bin:/bin");
-    EXPECT_EQ(run.exitStatus, 113);
-    EXPECT_TRUE(run.standardError.contains("Could not find service \"com.vantrel.tracker\""));
-}
-
-TEST_F(LaunchctlSubstituteTest, WithoutAUserManagerBootoutFailsHarmlessly) {
-    const Outcome run = launchctl({"bootout", target("com.vantrel.tracker")}, "/usr/bin:/bin");
-    EXPECT_NE(run.exitStatus, 0);
-}
-
-TEST_F(LaunchctlSubstituteTest, WithoutSystemctlPrintReportsAbsentAndBootoutFails) {
-    EXPECT_EQ(launchctl({"print", target("com.vantrel.tracker")}, emptyBin()).exitStatus, 113);
-    const Outcome bootout = launchctl({"bootout", target("com.vantrel.tracker")}, emptyBin());
-    EXPECT_EQ(bootout.exitStatus, 1);
-    EXPECT_TRUE(bootout.standardError.contains("systemctl was not found"));
+TEST_F(LaunchctlSubstituteTest, WithoutSystemdPrintReportsTheServiceAsAbsentAndBootoutIsHarmless) {
+    // First the real systemctl with no user manager to reach, then no systemctl at all.
+    for (const QString& path : {QString("/usr/bin:/bin"), m_root.filePath("empty-bin")}) {
+        SCOPED_TRACE(path.toStdString());
+        const Outcome print = launchctl({"print", target(tracker)}, path);
+        EXPECT_EQ(print.exitStatus, 113);
+        EXPECT_TRUE(print.standardError.contains("Could not find service \"" + tracker + "\""));
+        EXPECT_NE(launchctl({"bootout", target(tracker)}, path).exitStatus, 0);
+    }
+    EXPECT_TRUE(launchctl({"bootout", target(tracker)}, m_root.filePath("empty-bin"))
+                    .standardError.contains("systemctl was not found"));
 }
 
 TEST_F(LaunchctlSubstituteTest, BootoutDisablesThenQueuesTheStopOfTheLabelsUserUnit) {
-    installFakeSystemctl();
-    const Outcome run = launchctl({"bootout", target("com.vantrel.quillon-tracker")},
-                                  fakeBin() + ":/usr/bin:/bin", {{"FAKE_STOP_STATUS", "5"}});
+    const Outcome run = launchctl({"bootout", target("com.vantrel.quillon-tracker")}, fakePath(),
+                                  {{"FAKE_STOP_STATUS", "5"}});
     EXPECT_EQ(run.exitStatus, 5);
     EXPECT_EQ(systemctlCalls(),
               QStringList({"--user disable --quiet com.vantrel.quillon-tracker.service",
@@ -119,10 +108,9 @@ class LaunchctlSubstitutePrint : public LaunchctlSubstituteTest,
                                  public testing::WithParamInterface<UnitStateRow> {};
 
 TEST_P(LaunchctlSubstitutePrint, CountsOnlyARunningOrStoppingUnitAsLoaded) {
-    installFakeSystemctl();
     const UnitStateRow& row = GetParam();
     const Outcome run =
-        launchctl({"print", target("com.vantrel.tracker")}, fakeBin() + ":/usr/bin:/bin",
+        launchctl({"print", target(tracker)}, fakePath(),
                   {{"FAKE_LOAD_STATE", row.loadState}, {"FAKE_ACTIVE_STATE", row.activeState}});
     EXPECT_EQ(run.exitStatus, row.expectedExit);
     EXPECT_EQ(run.standardOutput.contains("unit = com.vantrel.tracker.service"),
@@ -150,12 +138,10 @@ class LaunchctlSubstituteRejects : public LaunchctlSubstituteTest,
                                    public testing::WithParamInterface<RejectedRow> {};
 
 TEST_P(LaunchctlSubstituteRejects, AsksSystemdNothing) {
-    installFakeSystemctl();
-    QStringList arguments = GetParam().arguments;
-    arguments.replaceInStrings("<uid>", QString::number(::getuid()));
-    const Outcome run =
-        launchctl(arguments, fakeBin() + ":/usr/bin:/bin", {{"FAKE_ACTIVE_STATE", "active"}});
-    EXPECT_EQ(run.exitStatus, GetParam().expectedExit);
+    const QStringList arguments =
+        QStringList(GetParam().arguments).replaceInStrings("<uid>", QString::number(::getuid()));
+    EXPECT_EQ(launchctl(arguments, fakePath(), {{"FAKE_ACTIVE_STATE", "active"}}).exitStatus,
+              GetParam().expectedExit);
     EXPECT_EQ(systemctlCalls(), QStringList());
 }
 
