@@ -3,8 +3,6 @@
 #include "app/PlatformError.h"
 
 #include <QElapsedTimer>
-#include <QFile>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -24,23 +22,17 @@ TEST_P(QProcessSystemCommandRunnerResult, ReportsStatusAndEachStream) {
     EXPECT_EQ(QProcessSystemCommandRunner().run(row.executable, row.arguments), row.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, QProcessSystemCommandRunnerResult,
-    testing::Values(CommandRow{"StreamsStaySeparate",
-                               "/bin/sh",
-                               {"-c", "echo out; echo err >&2; echo 'ü'; exit 3"},
-                               {3, "out\nü\n", "err\n"}},
-                    CommandRow{"ArgumentsPassUntouchedWithoutAShell",
-                               "/usr/bin/printf",
-                               {"%s|", "a b", "$HOME", "*", ""},
-                               {0, "a b|$HOME|*||", ""}},
-                    CommandRow{"OutputThatIsNotUtf8BecomesEmpty",
-                               "/bin/sh",
-                               {"-c", "printf 'ok\\377'; printf 'fine' >&2"},
-                               {0, "", "fine"}},
-                    CommandRow{
-                        "SignalIsTheStatus", "/bin/sh", {"-c", "kill -TERM $$"}, {15, "", ""}}),
-    [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, QProcessSystemCommandRunnerResult,
+                         testing::Values(CommandRow{"StreamsStaySeparate",
+                                                    "/bin/sh",
+                                                    {"-c",
+                                                     "echo out; echo err >&2; echo 'ü'; exit 3"},
+                                                    {3, "out\nü\n", "err\n"}},
+                                         CommandRow{"ArgumentsPassUntouchedWithoutAShell",
+                                                    "/usr/bin/printf",
+                                                    {"%s|", "a b", "$HOME", "*", ""},
+                                                    {0, "a b|$HOME|*||", ""}}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(QProcessSystemCommandRunner, LargeOutputOnBothStreamsCannotStallTheCommand) {
     // Each stream gets far more than a pipe holds, standard error only after standard output:
@@ -62,13 +54,8 @@ TEST(QProcessSystemCommandRunner, ReturnsWhenTheCommandExitsEvenIfABackgroundChi
 }
 
 TEST(QProcessSystemCommandRunner, CommandThatCannotStartIsAnErrorNamingIt) {
-    QTemporaryDir directory;
-    QFile plain(directory.filePath("not-executable"));
-    ASSERT_TRUE(plain.open(QIODevice::WriteOnly));
-    plain.write("#!/bin/sh\nexit 0\n");
-    plain.close();
-    for (const QString& executable :
-         {directory.filePath("missing"), plain.fileName(), directory.path()}) {
+    // Missing, not executable, a folder.
+    for (const QString executable : {"/nonexistent/launchctl", "/etc/passwd", "/etc"}) {
         try {
             QProcessSystemCommandRunner().run(executable, {"print", "gui/0/x"});
             ADD_FAILURE() << "expected a PlatformError for " << executable.toStdString();
