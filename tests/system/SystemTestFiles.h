@@ -1,24 +1,48 @@
 #pragma once
 
-#include <QByteArray>
-#include <QString>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 
-#include <sys/types.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 
 // Small file helpers shared by the system tests.
 namespace SystemTestFiles {
 
-QByteArray read(const QString& path);
-void write(const QString& path, const QByteArray& contents);
-mode_t permissions(const QString& path);
+inline QByteArray read(const QString& path) {
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+    return file.readAll();
+}
+
+inline void write(const QString& path, const QByteArray& contents) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate)) << path.toStdString();
+    file.write(contents);
+}
+
+inline struct stat status(const QString& path) {
+    struct stat info {};
+    EXPECT_EQ(::stat(QFile::encodeName(path).constData(), &info), 0) << path.toStdString();
+    return info;
+}
+
+inline mode_t permissions(const QString& path) {
+    return status(path).st_mode & 07777;
+}
+
 // Inode and modification time together: an atomic rewrite always changes the inode.
-struct Identity {
-    ino_t inode = 0;
-    qint64 modifiedNanoseconds = 0;
-    friend bool operator==(const Identity&, const Identity&) = default;
-};
-Identity identity(const QString& path);
+inline std::pair<ino_t, qint64> identity(const QString& path) {
+    const struct stat info = status(path);
+    return {info.st_ino, qint64(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
+}
+
 // Entries of `directory` whose names start with `prefix` (hidden files included).
-QStringList entriesStartingWith(const QString& directory, const QString& prefix);
+inline QStringList entriesStartingWith(const QString& directory, const QString& prefix) {
+    return QDir(directory).entryList({prefix + "*"}, QDir::AllEntries | QDir::Hidden |
+                                                         QDir::System | QDir::NoDotAndDotDot);
+}
 
 } // namespace SystemTestFiles

@@ -1,13 +1,11 @@
 #include "system/XdgAutostartLoginItemManager.h"
 
 #include "SystemTestFiles.h"
-#include "app/PlatformError.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -29,18 +27,14 @@ protected:
     QTemporaryDir m_root;
 };
 
-// The file must be one the desktop accepts, whatever characters the install path holds.
+// The desktop must accept the file whatever characters the install path holds.
 class AutostartEntryValidity : public AutostartTest,
                                public testing::WithParamInterface<const char*> {};
 
 TEST_P(AutostartEntryValidity, PassesDesktopFileValidate) {
-    const QString validator = QStandardPaths::findExecutable("desktop-file-validate");
-    if (validator.isEmpty()) {
-        GTEST_SKIP() << "desktop-file-validate is not installed (scripts/install-deps.sh)";
-    }
     manager(QString::fromUtf8(GetParam())).setEnabled(true);
     QProcess process;
-    process.start(validator, {entry()});
+    process.start("desktop-file-validate", {entry()});
     ASSERT_TRUE(process.waitForFinished(30000));
     EXPECT_EQ(process.exitCode(), 0)
         << process.readAllStandardOutput().toStdString() << read(entry()).toStdString();
@@ -48,55 +42,21 @@ TEST_P(AutostartEntryValidity, PassesDesktopFileValidate) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, AutostartEntryValidity,
-                         testing::Values("/opt/vantrel/bin/vantrel",
-                                         "/home/anna/My Apps/Vantrel (beta)/vantrel",
+                         testing::Values("/home/anna/My Apps/Vantrel (beta)/vantrel",
                                          "/home/anna/$dir/`x`/\"q\"/back\\slash/100%/vantrel",
                                          "/home/anna/Programme/Zürich ☂/vantrel"));
 
-TEST_F(AutostartTest, EnablingCreatesTheFoldersAndTheEntry) {
-    manager().setEnabled(true);
-    ASSERT_TRUE(QFile::exists(entry()));
-    EXPECT_EQ(read(entry()), manager().entryContents());
-    EXPECT_TRUE(read(entry()).contains("\nExec=\"/opt/vantrel/bin/vantrel\"\n"));
-}
-
-TEST_F(AutostartTest, EnablingWhenRegisteredDoesNotRewriteTheEntry) {
-    manager().setEnabled(true);
-    const Identity before = identity(entry());
-    manager().setEnabled(true);
-    EXPECT_EQ(identity(entry()), before);
-}
-
-TEST_F(AutostartTest, DisablingRemovesTheEntryAndIsIdempotent) {
-    manager().setEnabled(true);
-    manager().setEnabled(false);
-    EXPECT_FALSE(QFile::exists(entry()));
-    EXPECT_NO_THROW(manager().setEnabled(false));
-    EXPECT_FALSE(QFile::exists(m_root.filePath("config/autostart/vantrel.desktop")));
-}
-
-TEST_F(AutostartTest, EntryForAMovedApplicationIsRewrittenWithTheNewPath) {
+TEST_F(AutostartTest, EnablingIsIdempotentFollowsAMoveAndDisablingRemovesTheEntry) {
     manager("/usr/bin/vantrel").setEnabled(true);
     manager().setEnabled(true);
     EXPECT_EQ(read(entry()), manager().entryContents());
-}
-
-TEST_F(AutostartTest, LinkToAnotherEntryIsReplacedAndItsTargetLeftAlone) {
-    const QString menuEntry = m_root.filePath("applications/vantrel.desktop");
-    const QByteArray menuContents = "[Desktop Entry]\nType=Application\nName=Vantrel\nExec=x\n";
-    write(menuEntry, menuContents);
-    QDir().mkpath(QFileInfo(entry()).absolutePath());
-    ASSERT_TRUE(QFile::link(menuEntry, entry()));
-
+    const auto before = identity(entry());
     manager().setEnabled(true);
-    EXPECT_FALSE(QFileInfo(entry()).isSymLink());
-    EXPECT_EQ(read(entry()), manager().entryContents());
-    EXPECT_EQ(read(menuEntry), menuContents);
-}
+    EXPECT_EQ(identity(entry()), before);
 
-TEST_F(AutostartTest, FailureToWriteIsAPlatformError) {
-    write(configHome() + "/autostart", "a file where the folder belongs");
-    EXPECT_THROW(manager().setEnabled(true), PlatformError);
+    manager().setEnabled(false);
+    EXPECT_FALSE(QFile::exists(entry()));
+    EXPECT_NO_THROW(manager().setEnabled(false));
 }
 
 // What an existing file at the entry's path means for each request.
@@ -126,24 +86,17 @@ TEST_P(AutostartExistingEntry, EnableAndDisableFollowTheRegistration) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, AutostartExistingEntry,
-    testing::Values(ExistingEntryRow{"Ours", "<ours>", false, true},
-                    ExistingEntryRow{"OursWithAComment", "# kept by the user\n<ours>", false, true},
-                    ExistingEntryRow{"OursHiddenByTheUser", "<ours>Hidden=true\n", true, false},
-                    ExistingEntryRow{
-                        "OursSwitchedOffInGnome",
-                        "[Desktop Entry]\nType=Application\nName=Vantrel\n"
-                        "Exec=\"/opt/vantrel/bin/vantrel\"\nX-GNOME-Autostart-enabled=false\n"
-                        "X-Vantrel-LoginItem=true\n",
-                        true, false},
-                    ExistingEntryRow{"SomebodyElsesEntry",
-                                     "[Desktop Entry]\nType=Application\nName=Vantrel\n"
-                                     "Exec=\"/opt/vantrel/bin/vantrel\"\n",
-                                     true, false},
-                    ExistingEntryRow{"MarkerOutsideTheDesktopEntryGroup",
-                                     "[Desktop Entry]\nType=Application\nName=V\nExec=v\n"
-                                     "[Desktop Action x]\nX-Vantrel-LoginItem=true\n",
-                                     true, false},
-                    ExistingEntryRow{"NotADesktopEntryAtAll", "\xFF\xFE garbage", true, false}),
+    testing::Values(
+        ExistingEntryRow{"OursHiddenByTheUser", "<ours>Hidden=true\n", true, false},
+        ExistingEntryRow{"OursSwitchedOffInGnome",
+                         "[Desktop Entry]\nName=V\nX-GNOME-Autostart-enabled=false\n"
+                         "X-Vantrel-LoginItem=true\n",
+                         true, false},
+        ExistingEntryRow{
+            "SomebodyElsesEntry",
+            "[Desktop Entry]\nType=Application\nName=V\nExec=\"/opt/vantrel/bin/vantrel\"\n", true,
+            false},
+        ExistingEntryRow{"NotADesktopEntryAtAll", "\xFF\xFE garbage", true, false}),
     [](const auto& row) { return std::string(row.param.name); });
 
 } // namespace
