@@ -186,14 +186,9 @@ QCoro::Task<void> TrackerSupervisor::refreshStatus() {
     setHelperRunning(running);
     const std::shared_ptr<StatusRead> read =
         co_await readStatus(m_launchConfiguration->executableURL, m_launchConfiguration->configURL);
-    if (!self || !read) {
+    if (!self || !read || !publish(*read)) {
         co_return;
     }
-    if (read->error) {
-        setLastError(VantrelError::describe(read->error));
-        co_return;
-    }
-    setTrackerStatus(read->status);
     // A helper that died while the command ran has left its exit message; keep it.
     if (running && m_processHandle && m_processHandle->isRunning()) {
         setLastError(std::nullopt);
@@ -204,15 +199,18 @@ QCoro::Task<void> TrackerSupervisor::refreshStatus(QString executableURL, QStrin
     QPointer self(this);
     const std::shared_ptr<StatusRead> read =
         co_await readStatus(std::move(executableURL), std::move(configURL));
-    if (!self || !read) {
-        co_return;
+    if (self && read && publish(*read)) {
+        setLastError(std::nullopt);
     }
-    if (read->error) {
-        setLastError(VantrelError::describe(read->error));
-        co_return;
+}
+
+bool TrackerSupervisor::publish(const StatusRead& read) {
+    if (read.error) {
+        setLastError(VantrelError::describe(read.error));
+        return false;
     }
-    setTrackerStatus(read->status);
-    setLastError(std::nullopt);
+    setTrackerStatus(read.status);
+    return true;
 }
 
 QCoro::Task<std::shared_ptr<TrackerSupervisor::StatusRead>>

@@ -53,6 +53,8 @@ private:
     QCoro::Task<void> restartAfter(double seconds, CancellationToken token);
     QCoro::Task<void> pollStatus(CancellationToken token);
     QCoro::Task<std::shared_ptr<StatusRead>> readStatus(QString executableURL, QString configURL);
+    // Publishes a finished read: the report, or the error as the last error. True for a report.
+    bool publish(const StatusRead& read);
 
     void setTrackerStatus(const std::optional<TrackerStatus>& status);
     void setHelperRunning(bool running);
