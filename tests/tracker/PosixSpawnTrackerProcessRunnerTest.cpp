@@ -217,7 +217,8 @@ TEST_F(RunnerTest, AStatusCommandThatNeverEndsLeavesTheGuiThreadRunning) {
     QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });
     timer.start(10);
     AsyncTest::spin(AsyncTest::scaled(300ms));
-    EXPECT_GE(ticks, 15);
+    // A frozen loop would count none; a loaded machine still counts a handful.
+    EXPECT_GE(ticks, 5);
     EXPECT_TRUE(failure.isEmpty());
 
     ::kill(pid, SIGKILL);
