@@ -1,6 +1,10 @@
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
 
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -92,6 +96,24 @@ TEST(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
     EXPECT_FALSE(report.contains(key));
     state->copyDiagnostics();
     EXPECT_EQ(harness.clipboard.text, report);
+}
+
+TEST(AppStateDiagnostics, RevealsOnlyTheLogsThatExistElseOpensTheirFolder) {
+    QTemporaryDir home;
+    AppHarness harness;
+    harness.home = home.path();
+    auto state = harness.make(false);
+    const QString folder = home.path() + "/.vantrel/tracker";
+
+    state->openLogs();
+    EXPECT_EQ(harness.workspace.opened, QList<QUrl>{QUrl::fromLocalFile(folder)});
+
+    ASSERT_TRUE(QDir().mkpath(folder));
+    QFile errorLog(folder + "/stderr.log");
+    ASSERT_TRUE(errorLog.open(QIODevice::WriteOnly));
+    errorLog.close();
+    state->openLogs();
+    EXPECT_EQ(harness.workspace.revealed, QList<QStringList>{{folder + "/stderr.log"}});
 }
 
 } // namespace
