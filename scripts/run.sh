@@ -3,5 +3,6 @@
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 "$root/scripts/install-deps.sh"
-"$root/scripts/build.sh" "$root/build" -DVANTREL_BUILD_TESTS=OFF -DVANTREL_BUILD_BENCHMARKS=OFF
-exec "$root/build/bin/vantrel" "$@"
+# A build tree of its own, so that running the application never changes what the tests build.
+"$root/scripts/build.sh" "$root/build-app" -DVANTREL_BUILD_TESTS=OFF -DVANTREL_BUILD_BENCHMARKS=OFF
+exec "$root/build-app/bin/vantrel" "$@"
