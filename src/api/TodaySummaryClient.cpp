@@ -3,27 +3,12 @@
 #include "api/ServiceRequest.h"
 #include "api/TodaySummaryClientError.h"
 #include "api/TodaySummaryTransporting.h"
-#include "tracker/TrackerStatus.h"
+#include "app/SnakeCaseKeys.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <cmath>
-
 namespace {
-
-// The object with its keys renamed by the snake_case-to-camelCase rule the tracker status report
-// also follows; when two spellings name one field the first in key order wins.
-QJsonObject camelCased(const QJsonObject& object) {
-    QJsonObject renamed;
-    for (auto it = object.begin(); it != object.end(); ++it) {
-        const QString field = TrackerStatus::fieldNameForKey(it.key());
-        if (!renamed.contains(field)) {
-            renamed.insert(field, it.value());
-        }
-    }
-    return renamed;
-}
 
 QJsonValue required(const QJsonObject& object, const char* field) {
     const QJsonValue value = object.value(QLatin1String(field));
@@ -38,19 +23,15 @@ QJsonObject requiredObject(const QJsonObject& object, const char* field) {
     if (!value.isObject()) {
         throw TodaySummaryClientError::invalidResponse();
     }
-    return camelCased(value.toObject());
+    return SnakeCaseKeys::withFieldNames(value.toObject());
 }
 
 qint64 requiredInteger(const QJsonObject& object, const char* field) {
-    const QJsonValue value = required(object, field);
-    const double number = value.toDouble();
-    // 2^63 is exactly representable; anything at or beyond it does not fit.
-    constexpr double limit = 9223372036854775808.0;
-    if (!value.isDouble() || !std::isfinite(number) || std::trunc(number) != number ||
-        number >= limit || number < -limit) {
+    const std::optional<qint64> number = SnakeCaseKeys::wholeNumber(required(object, field));
+    if (!number) {
         throw TodaySummaryClientError::invalidResponse();
     }
-    return static_cast<qint64>(number);
+    return *number;
 }
 
 } // namespace
@@ -61,7 +42,8 @@ TodaySummary TodaySummaryClient::decode(const QByteArray& body) {
     if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
         throw TodaySummaryClientError::invalidResponse();
     }
-    const QJsonObject data = requiredObject(camelCased(document.object()), "data");
+    const QJsonObject data =
+        requiredObject(SnakeCaseKeys::withFieldNames(document.object()), "data");
     const QJsonObject total = requiredObject(data, "grandTotal");
     const QJsonValue text = required(total, "text");
     if (!text.isString()) {

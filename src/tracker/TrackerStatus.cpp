@@ -1,8 +1,8 @@
 #include "tracker/TrackerStatus.h"
 
+#include "app/SnakeCaseKeys.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
-#include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonParseError>
@@ -13,25 +13,17 @@ namespace {
 // The fields by name, with the converted key of the document that supplies each.
 class FieldReader {
 public:
-    explicit FieldReader(const QJsonObject& object) {
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            const QString field = TrackerStatus::fieldNameForKey(it.key());
-            // QJsonObject iterates in key order, so when two spellings name one field the choice
-            // is deterministic.
-            if (!m_values.contains(field)) {
-                m_values.insert(field, it.value());
-            }
-        }
-    }
+    explicit FieldReader(const QJsonObject& object)
+        : m_values(SnakeCaseKeys::withFieldNames(object)) {}
 
     QString text(const char* field) { return required(field, &FieldReader::asText); }
     bool boolean(const char* field) { return required(field, &FieldReader::asBoolean); }
-    qint64 integer(const char* field) { return required(field, &FieldReader::asInteger); }
+    qint64 integer(const char* field) { return required(field, &SnakeCaseKeys::wholeNumber); }
     std::optional<QString> optionalText(const char* field) {
         return optional(field, &FieldReader::asText);
     }
     std::optional<qint64> optionalInteger(const char* field) {
-        return optional(field, &FieldReader::asInteger);
+        return optional(field, &SnakeCaseKeys::wholeNumber);
     }
 
 private:
@@ -40,7 +32,7 @@ private:
 
     template <typename T>
     T required(const char* field, Converter<T> convert) {
-        const QJsonValue value = m_values.value(QLatin1String(field), QJsonValue::Undefined);
+        const QJsonValue value = m_values.value(QLatin1String(field));
         if (value.isUndefined() || value.isNull()) {
             throw TrackerStatusDecodingError(
                 QStringLiteral("the required field \"%1\" is missing").arg(QLatin1String(field)));
@@ -50,7 +42,7 @@ private:
 
     template <typename T>
     std::optional<T> optional(const char* field, Converter<T> convert) {
-        const QJsonValue value = m_values.value(QLatin1String(field), QJsonValue::Undefined);
+        const QJsonValue value = m_values.value(QLatin1String(field));
         if (value.isUndefined() || value.isNull()) {
             return std::nullopt;
         }
@@ -74,50 +66,10 @@ private:
         return value.isBool() ? std::optional(value.toBool()) : std::nullopt;
     }
 
-    // A whole number that fits in 64 bits. toInteger() falls back to its argument when the value
-    // is fractional or out of range, so two different fallbacks tell a real value from a miss.
-    static std::optional<qint64> asInteger(const QJsonValue& value) {
-        if (!value.isDouble()) {
-            return std::nullopt;
-        }
-        const qint64 first = value.toInteger(0);
-        if (first == 0 && value.toInteger(1) != 0) {
-            return std::nullopt;
-        }
-        return first;
-    }
-
-    QHash<QString, QJsonValue> m_values;
+    QJsonObject m_values;
 };
 
 } // namespace
-
-QString TrackerStatus::fieldNameForKey(const QString& key) {
-    qsizetype first = 0;
-    while (first < key.size() && key.at(first) == QLatin1Char('_')) {
-        ++first;
-    }
-    if (first == key.size()) {
-        return key;
-    }
-    qsizetype last = key.size() - 1;
-    while (key.at(last) == QLatin1Char('_')) {
-        --last;
-    }
-    const QString core = key.mid(first, last - first + 1);
-    const QStringList pieces = core.split(QLatin1Char('_'), Qt::SkipEmptyParts);
-    QString joined;
-    if (pieces.size() == 1) {
-        joined = core;
-    } else {
-        joined = pieces.first().toLower();
-        for (qsizetype i = 1; i < pieces.size(); ++i) {
-            const QString& piece = pieces.at(i);
-            joined += piece.left(1).toUpper() + piece.mid(1).toLower();
-        }
-    }
-    return key.left(first) + joined + key.mid(last + 1);
-}
 
 TrackerStatus TrackerStatus::decode(const QByteArray& json) {
     QJsonParseError parseError;

@@ -51,10 +51,6 @@ struct TrackerStatus {
     // Decodes a status document. Keys may be snake_case, upper or mixed case snake_case, or
     // camelCase; unknown keys are ignored. Throws TrackerStatusDecodingError.
     static TrackerStatus decode(const QByteArray& json);
-
-    // The key rule: "schema_version", "SCHEMA_VERSION" and "schemaVersion" all give
-    // "schemaVersion"; leading and trailing underscores are kept.
-    static QString fieldNameForKey(const QString& key);
 };
 
 Q_DECLARE_METATYPE(TrackerStatus)

@@ -1,6 +1,7 @@
 #include "tracker/TrackerStatus.h"
 
 #include "StatusDocument.h"
+#include "app/SnakeCaseKeys.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
 #include <QJsonDocument>
@@ -84,7 +85,7 @@ TEST_P(TrackerStatusValueRule, FailsTheWholeDocumentNamingTheField) {
     QJsonObject object = statusObject("2.3.0");
     object.insert(QString::fromLatin1(GetParam().key), GetParam().value);
     const QString message = decodingFailure(encoded(object));
-    EXPECT_TRUE(message.contains(TrackerStatus::fieldNameForKey(GetParam().key)))
+    EXPECT_TRUE(message.contains(SnakeCaseKeys::fieldNameForKey(GetParam().key)))
         << message.toStdString();
 }
 
