@@ -72,7 +72,6 @@ public:
     bool isAuthorizingDevice() const { return m_isAuthorizingDevice; }
     const std::optional<TodaySummary>& todaySummary() const { return m_todaySummary; }
     TrackerSupervising* supervisor() const { return m_c.supervisor; }
-    const TrackerRuntimePaths& paths() const { return m_c.paths; }
 
     // Start-up: import, server URL, status, credential, tracker, launch at login. Runs once; a
     // second call returns at once, also while the first is suspended.
