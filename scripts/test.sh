@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Sets up a fresh Debian 12 machine and runs the whole test suite: the formatting check, the
-# normal build's tests, then the same tests built with AddressSanitizer and
+# Sets up a fresh Debian 12 machine and runs the whole test suite: the formatting and layering
+# checks, the normal build's tests, then the same tests built with AddressSanitizer and
 # UndefinedBehaviorSanitizer. Exits non-zero on the first failure.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -10,6 +10,9 @@ cd "$root"
 
 echo "== Formatting"
 "$root/scripts/check-format.sh"
+
+echo "== Layers"
+"$root/scripts/check-layers.sh"
 
 jobs="$(nproc)"
 

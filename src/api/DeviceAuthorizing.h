@@ -2,7 +2,7 @@
 
 #include "api/DeviceAuthorizationPollResult.h"
 #include "api/DeviceAuthorizationSession.h"
-#include "app/CancellationToken.h"
+#include "core/CancellationToken.h"
 
 #include <QCoroTask>
 #include <QUrl>

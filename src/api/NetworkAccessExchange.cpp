@@ -1,7 +1,7 @@
 #include "api/NetworkAccessExchange.h"
 
-#include "app/CancellationError.h"
-#include "app/PlatformError.h"
+#include "core/CancellationError.h"
+#include "core/PlatformError.h"
 
 #include <QCoroNetworkReply>
 #include <QNetworkAccessManager>

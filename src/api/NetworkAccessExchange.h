@@ -2,7 +2,7 @@
 
 #include "api/TransportRequest.h"
 #include "api/TransportResponse.h"
-#include "app/CancellationToken.h"
+#include "core/CancellationToken.h"
 
 #include <QCoroTask>
 

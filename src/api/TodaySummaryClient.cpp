@@ -3,7 +3,7 @@
 #include "api/ServiceRequest.h"
 #include "api/TodaySummaryClientError.h"
 #include "api/TodaySummaryTransporting.h"
-#include "app/SnakeCaseKeys.h"
+#include "core/SnakeCaseKeys.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

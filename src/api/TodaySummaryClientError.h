@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 // Failures of one today-summary fetch. The poller drops them all, so the texts exist for
 // diagnosis, never for the menu.

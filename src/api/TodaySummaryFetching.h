@@ -1,7 +1,7 @@
 #pragma once
 
-#include "app/CancellationToken.h"
-#include "app/TodaySummary.h"
+#include "core/CancellationToken.h"
+#include "core/TodaySummary.h"
 
 #include <QCoroTask>
 #include <QString>

@@ -1,7 +1,7 @@
 #include "api/TodaySummaryPoller.h"
 
 #include "api/TodaySummaryFetching.h"
-#include "app/SleepScheduling.h"
+#include "core/SleepScheduling.h"
 
 TodaySummaryPoller::TodaySummaryPoller(TodaySummaryFetching* fetcher, SleepScheduling* sleeper,
                                        double refreshInterval)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "api/TodaySummaryPolling.h"
-#include "app/TaskHandle.h"
+#include "core/TaskHandle.h"
 
 #include <QCoroTask>
 #include <QObject>

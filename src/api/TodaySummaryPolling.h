@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/TodaySummary.h"
+#include "core/TodaySummary.h"
 
 #include <QString>
 

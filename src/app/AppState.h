@@ -2,9 +2,9 @@
 
 #include "api/DeviceAuthorizationSession.h"
 #include "app/AppStateCollaborators.h"
-#include "app/TaskHandle.h"
-#include "app/TodaySummary.h"
 #include "app/TrackerHealth.h"
+#include "core/TaskHandle.h"
+#include "core/TodaySummary.h"
 #include "tracker/TrackerSupervising.h"
 
 #include <QCoroTask>

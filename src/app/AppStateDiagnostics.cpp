@@ -1,8 +1,8 @@
 // The status line, the copyable diagnostics report and the log files.
 #include "app/AppState.h"
 #include "app/ClipboardWriting.h"
-#include "app/InstallationDescribing.h"
 #include "app/WorkspaceOpening.h"
+#include "system/InstallationDescribing.h"
 #include "tracker/TrackerSupervising.h"
 
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 // Failures of the application's own sign-in and settings actions.
 class AppStateError : public VantrelError {

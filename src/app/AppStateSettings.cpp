@@ -1,8 +1,8 @@
 // The Settings window's one "Save Changes" action.
 #include "app/AppState.h"
 #include "app/AppStateError.h"
-#include "app/DefaultsStoring.h"
 #include "system/CredentialStoring.h"
+#include "system/DefaultsStoring.h"
 #include "system/TrackerConfigWriting.h"
 #include "tracker/TrackerSupervising.h"
 

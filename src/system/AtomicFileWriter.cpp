@@ -1,6 +1,6 @@
 #include "system/AtomicFileWriter.h"
 
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 // Failures of the secret store. The texts keep the product's historic wording: users and support
 // know them by it, whatever secret store serves the desktop.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/LegacyMigrationResult.h"
+#include "core/LegacyMigrationResult.h"
 
 #include <QCoroTask>
 

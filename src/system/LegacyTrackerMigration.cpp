@@ -1,8 +1,8 @@
 #include "system/LegacyTrackerMigration.h"
 
-#include "app/CancellationError.h"
-#include "app/PlatformError.h"
-#include "app/SleepScheduling.h"
+#include "core/CancellationError.h"
+#include "core/PlatformError.h"
+#include "core/SleepScheduling.h"
 #include "system/CredentialStoring.h"
 #include "system/LegacyTrackerMigrationError.h"
 #include "system/SystemCommandRunning.h"

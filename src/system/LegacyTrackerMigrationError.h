@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 class LegacyTrackerMigrationError : public VantrelError {
 public:

@@ -1,6 +1,6 @@
 #include "system/XdgAutostartLoginItemManager.h"
 
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 #include "system/AtomicFileWriter.h"
 
 #include <QDir>

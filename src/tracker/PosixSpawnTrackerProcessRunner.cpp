@@ -1,6 +1,6 @@
 #include "tracker/PosixSpawnTrackerProcessRunner.h"
 
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 #include "tracker/PosixSpawnTrackerProcessHandle.h"
 #include "tracker/SpawnedProcess.h"
 #include "tracker/StatusCommandProcess.h"

@@ -1,6 +1,6 @@
 #include "tracker/SpawnedProcess.h"
 
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 
 #include <QFile>
 #include <QSocketNotifier>

@@ -1,6 +1,6 @@
 #include "tracker/StatusCommandProcess.h"
 
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 #include "tracker/SpawnedProcess.h"
 
 #include <QSocketNotifier>

@@ -1,6 +1,6 @@
 #include "tracker/TaskSleepScheduler.h"
 
-#include "app/CancellableSleep.h"
+#include "core/CancellableSleep.h"
 
 #include <cmath>
 #include <limits>

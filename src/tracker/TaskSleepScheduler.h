@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/SleepScheduling.h"
+#include "core/SleepScheduling.h"
 
 // The production sleeper: an event-loop timer that ends early, without error, on cancellation.
 class TaskSleepScheduler : public SleepScheduling {

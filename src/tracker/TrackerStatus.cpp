@@ -1,6 +1,6 @@
 #include "tracker/TrackerStatus.h"
 
-#include "app/SnakeCaseKeys.h"
+#include "core/SnakeCaseKeys.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
 #include <QJsonDocument>

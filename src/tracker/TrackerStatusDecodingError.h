@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 // A status document that is not valid JSON, not an object, or misses or mistypes a field.
 class TrackerStatusDecodingError : public VantrelError {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/LaunchConfiguration.h"
+#include "core/LaunchConfiguration.h"
 #include "tracker/TrackerStatus.h"
 
 #include <QCoroTask>

@@ -1,8 +1,8 @@
 #include "tracker/TrackerSupervisor.h"
 
-#include "app/CancellableSleep.h"
-#include "app/SleepScheduling.h"
-#include "app/VantrelError.h"
+#include "core/CancellableSleep.h"
+#include "core/SleepScheduling.h"
+#include "core/VantrelError.h"
 
 #include <QCoroSignal>
 #include <QPointer>

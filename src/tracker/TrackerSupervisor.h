@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/TaskHandle.h"
+#include "core/TaskHandle.h"
 #include "tracker/TrackerProcessRunning.h"
 #include "tracker/TrackerSupervising.h"
 

@@ -6,7 +6,7 @@
 #include "api/NetworkAccessTodaySummaryTransport.h"
 #include "api/TodaySummaryClient.h"
 #include "api/TodaySummaryClientError.h"
-#include "app/TaskHandle.h"
+#include "core/TaskHandle.h"
 
 #include <QElapsedTimer>
 #include <QFile>

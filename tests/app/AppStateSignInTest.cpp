@@ -1,5 +1,5 @@
 #include "api/DeviceAuthorizationClientError.h"
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
 

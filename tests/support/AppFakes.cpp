@@ -1,7 +1,7 @@
 #include "support/AppFakes.h"
 
-#include "app/CancellableSleep.h"
-#include "app/PlatformError.h"
+#include "core/CancellableSleep.h"
+#include "core/PlatformError.h"
 
 namespace {
 

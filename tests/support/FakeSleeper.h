@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/SleepScheduling.h"
+#include "core/SleepScheduling.h"
 
 #include <QList>
 #include <QObject>

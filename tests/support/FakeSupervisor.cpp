@@ -1,6 +1,6 @@
 #include "support/FakeSupervisor.h"
 
-#include "app/CancellableSleep.h"
+#include "core/CancellableSleep.h"
 
 void FakeSupervisor::start(const LaunchConfiguration& configuration) {
     starts.append(configuration);

@@ -1,7 +1,7 @@
 #include "system/LegacyTrackerMigration.h"
 
 #include "SystemTestFiles.h"
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 #include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
 #include "support/InMemoryCredentialStore.h"

@@ -1,6 +1,6 @@
 #include "system/QProcessSystemCommandRunner.h"
 
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 
 #include <QElapsedTimer>
 

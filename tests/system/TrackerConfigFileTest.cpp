@@ -1,7 +1,7 @@
 #include "system/TrackerConfigFile.h"
 
 #include "SystemTestFiles.h"
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 
 #include <QDir>
 #include <QFile>

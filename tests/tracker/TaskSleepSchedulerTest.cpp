@@ -1,6 +1,6 @@
 #include "tracker/TaskSleepScheduler.h"
 
-#include "app/TaskHandle.h"
+#include "core/TaskHandle.h"
 #include "support/AsyncTest.h"
 
 #include <QElapsedTimer>

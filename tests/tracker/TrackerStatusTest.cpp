@@ -1,7 +1,7 @@
 #include "tracker/TrackerStatus.h"
 
 #include "StatusDocument.h"
-#include "app/SnakeCaseKeys.h"
+#include "core/SnakeCaseKeys.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
 #include <QJsonDocument>

@@ -1,6 +1,6 @@
 #include "tracker/TrackerSupervisor.h"
 
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 #include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
 #include "tracker/TrackerSupervisorError.h"

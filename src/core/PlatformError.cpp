@@ -1,4 +1,4 @@
-#include "app/PlatformError.h"
+#include "core/PlatformError.h"
 
 #include <cstring>
 

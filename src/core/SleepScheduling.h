@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/CancellationToken.h"
+#include "core/CancellationToken.h"
 
 #include <QCoroTask>
 

@@ -1,6 +1,6 @@
-#include "app/HostnamedHostNamer.h"
-#include "app/InstallLayout.h"
-#include "app/QSettingsDefaultsStore.h"
+#include "system/HostnamedHostNamer.h"
+#include "system/InstallLayout.h"
+#include "system/QSettingsDefaultsStore.h"
 
 #include <QDir>
 #include <QFile>
@@ -31,6 +31,21 @@ TEST(QSettingsDefaultsStore, KeepsStringsAndBooleansAcrossInstances) {
     EXPECT_EQ(reread.string("serverURL"), "https://self.example/api/vantrel/v1");
     EXPECT_FALSE(reread.boolean("launchAtLogin"));
     EXPECT_TRUE(reread.boolean("launchAtLoginInitialized"));
+}
+
+TEST(QSettingsDefaultsStore, ReadsThePreferencesFileWhereTheDocumentationPutsIt) {
+    // The store the application uses, not one given a file name: only the configuration home is
+    // redirected, so a developer's own preferences are never touched.
+    QTemporaryDir configHome;
+    qputenv("XDG_CONFIG_HOME", configHome.path().toUtf8());
+    writeFile(configHome.filePath("Vantrel/Vantrel.conf"),
+              "[General]\nserverURL=https://self.example/api/vantrel/v1\n",
+              QFile::ReadOwner | QFile::WriteOwner);
+    QSettingsDefaultsStore defaults;
+    EXPECT_EQ(defaults.string("serverURL"), "https://self.example/api/vantrel/v1");
+    defaults.setBoolean("launchAtLogin", false);
+    EXPECT_EQ(QDir(configHome.filePath("Vantrel")).entryList(QDir::Files),
+              QStringList{"Vantrel.conf"});
 }
 
 TEST(QSettingsDefaultsStore, LeavesAFileItCannotParseAsItIs) {

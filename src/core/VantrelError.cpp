@@ -1,4 +1,4 @@
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 QString VantrelError::describe(const std::exception_ptr& error) {
     try {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/HostNaming.h"
+#include "system/HostNaming.h"
 
 // The machine's names: the "pretty" name the user gave it (systemd-hostnamed, else
 // /etc/machine-info), and the network host name.

@@ -1,6 +1,6 @@
-#include "app/CancellationToken.h"
+#include "core/CancellationToken.h"
 
-#include "app/CancellationError.h"
+#include "core/CancellationError.h"
 
 #include <QMetaObject>
 

@@ -1,4 +1,4 @@
-#include "app/QApplicationController.h"
+#include "ui/QApplicationController.h"
 
 #include <QGuiApplication>
 #include <QWindow>

@@ -1,14 +1,15 @@
 #pragma once
 
-#include "app/DefaultsStoring.h"
+#include "system/DefaultsStoring.h"
 
 #include <QSettings>
 
-// The per-user preferences in QSettings ("Vantrel"/"Vantrel", so $XDG_CONFIG_HOME/Vantrel/).
+// The per-user preferences in QSettings ("Vantrel"/"Vantrel"):
+// $XDG_CONFIG_HOME/Vantrel/Vantrel.conf.
 class QSettingsDefaultsStore : public DefaultsStoring {
 public:
     QSettingsDefaultsStore();
-    // For tests: an explicit INI file.
+    // For tests: an explicit file in the same format.
     explicit QSettingsDefaultsStore(const QString& fileName);
 
     std::optional<QString> string(const QString& key) const override;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 // Thrown by an asynchronous operation that noticed its task was cancelled. Callers treat it as a
 // quiet end, never as something to show.

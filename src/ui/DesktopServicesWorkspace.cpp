@@ -1,4 +1,4 @@
-#include "app/DesktopServicesWorkspace.h"
+#include "ui/DesktopServicesWorkspace.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

@@ -1,4 +1,4 @@
-#include "app/TerminationSignalWatcher.h"
+#include "main/TerminationSignalWatcher.h"
 
 #include <QSocketNotifier>
 

@@ -1,4 +1,4 @@
-#include "app/CompositionRoot.h"
+#include "main/CompositionRoot.h"
 
 #include "api/DeviceAuthorizationClient.h"
 #include "api/EnvironmentCertificateTrust.h"
@@ -7,14 +7,11 @@
 #include "api/TodaySummaryClient.h"
 #include "api/TodaySummaryPoller.h"
 #include "app/AppState.h"
-#include "app/DesktopServicesWorkspace.h"
-#include "app/HostnamedHostNamer.h"
-#include "app/InstallLayout.h"
-#include "app/QApplicationController.h"
-#include "app/QClipboardWriter.h"
-#include "app/QSettingsDefaultsStore.h"
+#include "system/HostnamedHostNamer.h"
+#include "system/InstallLayout.h"
 #include "system/LegacyTrackerMigration.h"
 #include "system/QProcessSystemCommandRunner.h"
+#include "system/QSettingsDefaultsStore.h"
 #include "system/SecretServiceCredentialStore.h"
 #include "system/TrackerConfigFile.h"
 #include "system/XdgAutostartLoginItemManager.h"
@@ -22,6 +19,9 @@
 #include "tracker/TaskSleepScheduler.h"
 #include "tracker/TrackerRuntimePaths.h"
 #include "tracker/TrackerSupervisor.h"
+#include "ui/DesktopServicesWorkspace.h"
+#include "ui/QApplicationController.h"
+#include "ui/QClipboardWriter.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,11 +1,14 @@
-#include "app/QSettingsDefaultsStore.h"
+#include "system/QSettingsDefaultsStore.h"
 
+// The native format is the one the desktop's own tools and our documentation name:
+// $XDG_CONFIG_HOME/Vantrel/Vantrel.conf. (The INI format would write Vantrel.ini beside it and
+// ignore a file a user or an administrator put where the documentation says.)
 QSettingsDefaultsStore::QSettingsDefaultsStore()
-    : m_settings(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("Vantrel"),
+    : m_settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Vantrel"),
                  QStringLiteral("Vantrel")) {}
 
 QSettingsDefaultsStore::QSettingsDefaultsStore(const QString& fileName)
-    : m_settings(fileName, QSettings::IniFormat) {}
+    : m_settings(fileName, QSettings::NativeFormat) {}
 
 std::optional<QString> QSettingsDefaultsStore::string(const QString& key) const {
     const QVariant value = m_settings.value(key);

@@ -1,4 +1,4 @@
-#include "app/QClipboardWriter.h"
+#include "ui/QClipboardWriter.h"
 
 #include <QClipboard>
 #include <QGuiApplication>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantrelError.h"
+#include "core/VantrelError.h"
 
 // A failure reported by the operating system or a library, passed through with its own text
 // ("No such file or directory", "Permission denied", a D-Bus error message, …).

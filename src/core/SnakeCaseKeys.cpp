@@ -1,4 +1,4 @@
-#include "app/SnakeCaseKeys.h"
+#include "core/SnakeCaseKeys.h"
 
 #include <QStringList>
 

@@ -1,4 +1,4 @@
-#include "app/TaskHandle.h"
+#include "core/TaskHandle.h"
 
 TaskHandle::TaskHandle()
     : m_state(std::make_shared<CancellationState>()) {}

@@ -75,11 +75,14 @@ stop_app() {
 autostart="$XDG_CONFIG_HOME/autostart/vantrel.desktop"
 key="legacy-key-$RANDOM$RANDOM"
 
-# First start: nothing stored.
+# First start: nothing stored but a self-hosted server in the preferences file.
+server="https://self-hosted.example/api/vantrel/v1"
+mkdir -p "$XDG_CONFIG_HOME/Vantrel"
+printf '[General]\nserverURL=%s\n' "$server" >"$XDG_CONFIG_HOME/Vantrel/Vantrel.conf"
 write_helper_script ""
 start_app first
 check "the first start signs nobody in" wait_for 20 grep -q "Vantrel: Sign in required" "$work/first.out"
-check "the configuration file gets the API URL" grep -q '^api_url = "https://' "$config"
+check "the configuration file gets the preferences' API URL" grep -qx "api_url = \"$server\"" "$config"
 check "the helper's own lines are kept" grep -qx "run.read-key" "$config"
 check "the configuration file is private" test "$(stat -c %a "$config")" = 600
 check "the autostart entry is registered" test -f "$autostart"

@@ -1,4 +1,4 @@
-#include "app/InstallLayout.h"
+#include "system/InstallLayout.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/CancellationToken.h"
+#include "core/CancellationToken.h"
 
 // The owning side of an asynchronous task: whoever started the task keeps the handle and may
 // cancel it. The task itself receives `token()`. Cancelling is idempotent; a handle that is

@@ -1,6 +1,6 @@
-#include "app/DesktopServicesWorkspace.h"
-#include "app/QClipboardWriter.h"
 #include "support/AsyncTest.h"
+#include "ui/DesktopServicesWorkspace.h"
+#include "ui/QClipboardWriter.h"
 
 #include <QClipboard>
 #include <QDBusConnection>

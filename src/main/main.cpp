@@ -1,6 +1,6 @@
 #include "app/AppState.h"
-#include "app/CompositionRoot.h"
-#include "app/TerminationSignalWatcher.h"
+#include "main/CompositionRoot.h"
+#include "main/TerminationSignalWatcher.h"
 #include "ui/ConsoleStatusView.h"
 
 #include <QApplication>

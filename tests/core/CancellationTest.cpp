@@ -1,5 +1,5 @@
-#include "app/CancellationError.h"
-#include "app/TaskHandle.h"
+#include "core/CancellationError.h"
+#include "core/TaskHandle.h"
 #include "support/AsyncTest.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "app/CancellableSleep.h"
+#include "core/CancellableSleep.h"
 
 #include <QCoreApplication>
 #include <QTimer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/InstallationDescribing.h"
+#include "system/InstallationDescribing.h"
 
 // Where an installed or freshly built Vantrel keeps its programs. Installed, the application is
 // <prefix>/bin/vantrel and its helpers live in <prefix>/libexec/vantrel/; in a build tree every

@@ -1,4 +1,4 @@
-#include "app/HostnamedHostNamer.h"
+#include "system/HostnamedHostNamer.h"
 
 #include <QDBusConnection>
 #include <QDBusInterface>
