@@ -28,12 +28,12 @@ if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
     keyring_pid=$!
     # A test may have replaced the daemon with one of its own; end whichever owns the name.
     stop_keyring() {
-        kill "$keyring_pid" 2>/dev/null
+        kill "$keyring_pid" 2>/dev/null || true
         wait "$keyring_pid" 2>/dev/null || true
         local owner
         owner=$(dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
             org.freedesktop.DBus.GetConnectionUnixProcessID string:org.freedesktop.secrets \
-            2>/dev/null | awk '/uint32/ { print $2 }')
+            2>/dev/null | awk '/uint32/ { print $2 }' || true)
         if [ -n "$owner" ]; then
             kill "$owner" 2>/dev/null || true
         fi
