@@ -8,10 +8,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
-PosixSpawnTrackerProcessHandle::PosixSpawnTrackerProcessHandle(QPointer<SpawnedProcess> process,
-                                                               int inputDescriptor)
+PosixSpawnTrackerProcessHandle::PosixSpawnTrackerProcessHandle(
+    QPointer<SpawnedProcess> process, int inputDescriptor,
+    std::chrono::milliseconds terminationGrace)
     : m_process(std::move(process))
-    , m_inputDescriptor(inputDescriptor) {}
+    , m_inputDescriptor(inputDescriptor)
+    , m_terminationGrace(terminationGrace) {}
 
 PosixSpawnTrackerProcessHandle::~PosixSpawnTrackerProcessHandle() {
     // Releasing a handle closes the helper's standard input and nothing more: the process object
@@ -26,7 +28,7 @@ bool PosixSpawnTrackerProcessHandle::isRunning() const {
 void PosixSpawnTrackerProcessHandle::terminate() {
     closeInput();
     if (isRunning()) {
-        m_process->sendSignal(SIGTERM);
+        m_process->terminate(m_terminationGrace);
     }
 }
 

@@ -75,6 +75,12 @@ OwnedDescriptor openForAppending(const QString& path) {
 
 } // namespace
 
+PosixSpawnTrackerProcessRunner::PosixSpawnTrackerProcessRunner()
+    : PosixSpawnTrackerProcessRunner(Limits{}) {}
+
+PosixSpawnTrackerProcessRunner::PosixSpawnTrackerProcessRunner(const Limits& limits)
+    : m_limits(limits) {}
+
 bool PosixSpawnTrackerProcessRunner::isExecutableFile(const QString& path) {
     const QByteArray encoded = QFile::encodeName(path);
     struct stat info {};
@@ -128,8 +134,8 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
     QObject::connect(process, &SpawnedProcess::exited, process,
                      [onExit = std::move(onExit)](qint32 status) { onExit(status); });
 
-    auto handle =
-        std::make_unique<PosixSpawnTrackerProcessHandle>(QPointer(process), inputWrite.release());
+    auto handle = std::make_unique<PosixSpawnTrackerProcessHandle>(
+        QPointer(process), inputWrite.release(), m_limits.terminationGrace);
     QByteArray keyLine = configuration.apiKey.toUtf8();
     keyLine.append('\n');
     // A helper that has already closed its standard input simply does not get the key; its
@@ -141,16 +147,31 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
 
 QCoro::Task<TrackerStatus> PosixSpawnTrackerProcessRunner::runStatus(QString executableURL,
                                                                      QString configURL) {
-    // Touches nothing of the runner: the command may outlive it.
+    // Touches nothing of the runner after this: the command may outlive it.
+    const Limits limits = m_limits;
     if (!isExecutableFile(executableURL)) {
         throw TrackerSupervisorError::helperMissing(executableURL);
     }
     const QStringList arguments{QStringLiteral("--config"), configURL, QStringLiteral("status"),
                                 QStringLiteral("--json")};
-    auto command =
-        std::make_unique<StatusCommandProcess>(executableURL, arguments, errorOutputLimit);
+    auto command = std::make_unique<StatusCommandProcess>(
+        executableURL, arguments,
+        StatusCommandProcess::Limits{limits.statusOutputBytes, errorOutputLimit,
+                                     limits.statusTime});
     if (!command->isFinished()) {
         co_await qCoro(command.get(), &StatusCommandProcess::finished);
+    }
+    switch (command->failure()) {
+    case StatusCommandProcess::Failure::none:
+        break;
+    case StatusCommandProcess::Failure::outputTooLarge:
+        throw PlatformError(QStringLiteral("The tracker helper's status report is larger than "
+                                           "%1 KB; it was not read.")
+                                .arg(limits.statusOutputBytes / 1024));
+    case StatusCommandProcess::Failure::timedOut:
+        throw PlatformError(QStringLiteral("The tracker helper did not answer the status "
+                                           "command within %1 seconds.")
+                                .arg(std::chrono::duration<double>(limits.statusTime).count()));
     }
     if (command->exitStatus() != 0) {
         throw TrackerSupervisorError::helperExited(command->exitStatus(),

@@ -4,10 +4,11 @@
 #include "tracker/SpawnedProcess.h"
 
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
-#include <limits>
 #include <unistd.h>
 
 namespace {
@@ -42,8 +43,8 @@ void closeDescriptor(int& fd) {
 } // namespace
 
 StatusCommandProcess::StatusCommandProcess(const QString& executable, const QStringList& arguments,
-                                           qsizetype standardErrorLimit)
-    : m_errorLimit(standardErrorLimit) {
+                                           const Limits& limits)
+    : m_limits(limits) {
     Pipe output = openPipe();
     Pipe error;
     try {
@@ -70,9 +71,14 @@ StatusCommandProcess::StatusCommandProcess(const QString& executable, const QStr
     m_outputChannel.notifier = new QSocketNotifier(output.read, QSocketNotifier::Read, this);
     m_errorChannel.notifier = new QSocketNotifier(error.read, QSocketNotifier::Read, this);
     connect(m_outputChannel.notifier, &QSocketNotifier::activated, this,
-            [this] { drain(m_outputChannel, m_output, std::numeric_limits<qsizetype>::max()); });
+            [this] { drain(m_outputChannel, m_output, m_limits.output, true); });
     connect(m_errorChannel.notifier, &QSocketNotifier::activated, this,
-            [this] { drain(m_errorChannel, m_error, m_errorLimit); });
+            [this] { drain(m_errorChannel, m_error, m_limits.error, false); });
+    QTimer::singleShot(m_limits.time, this, [this] {
+        if (!isFinished()) {
+            giveUp(Failure::timedOut);
+        }
+    });
 }
 
 StatusCommandProcess::~StatusCommandProcess() {
@@ -83,10 +89,12 @@ StatusCommandProcess::~StatusCommandProcess() {
 }
 
 bool StatusCommandProcess::isFinished() const {
-    return m_exited && m_outputChannel.fd < 0 && m_errorChannel.fd < 0;
+    return m_failure != Failure::none ||
+           (m_exited && m_outputChannel.fd < 0 && m_errorChannel.fd < 0);
 }
 
-void StatusCommandProcess::drain(Channel& channel, QByteArray& buffer, qsizetype limit) {
+void StatusCommandProcess::drain(Channel& channel, QByteArray& buffer, qsizetype limit,
+                                 bool failBeyondLimit) {
     char chunk[readChunk];
     for (int reads = 0; channel.fd >= 0; ++reads) {
         if (reads == readsPerActivation) {
@@ -95,6 +103,10 @@ void StatusCommandProcess::drain(Channel& channel, QByteArray& buffer, qsizetype
         const ssize_t count = ::read(channel.fd, chunk, sizeof chunk);
         if (count > 0) {
             const qsizetype room = limit - buffer.size();
+            if (failBeyondLimit && count > room) {
+                giveUp(Failure::outputTooLarge);
+                return; // `finished` may have ended this object's owner's interest in it
+            }
             if (room > 0) {
                 buffer.append(chunk, std::min<qsizetype>(room, count));
             }
@@ -118,6 +130,16 @@ void StatusCommandProcess::close(Channel& channel) {
         channel.notifier = nullptr;
     }
     closeDescriptor(channel.fd);
+}
+
+void StatusCommandProcess::giveUp(Failure failure) {
+    m_failure = failure;
+    close(m_outputChannel);
+    close(m_errorChannel);
+    if (m_process) {
+        m_process->sendSignal(SIGKILL); // reaped by its SpawnedProcess like any other exit
+    }
+    finishIfDone();
 }
 
 void StatusCommandProcess::finishIfDone() {
