@@ -8,12 +8,10 @@
 #include <pthread.h>
 #include <unistd.h>
 
-PosixSpawnTrackerProcessHandle::PosixSpawnTrackerProcessHandle(
-    QPointer<SpawnedProcess> process, int inputDescriptor,
-    std::chrono::milliseconds terminationGrace)
+PosixSpawnTrackerProcessHandle::PosixSpawnTrackerProcessHandle(QPointer<SpawnedProcess> process,
+                                                               int inputDescriptor)
     : m_process(std::move(process))
-    , m_inputDescriptor(inputDescriptor)
-    , m_terminationGrace(terminationGrace) {}
+    , m_inputDescriptor(inputDescriptor) {}
 
 PosixSpawnTrackerProcessHandle::~PosixSpawnTrackerProcessHandle() {
     // Releasing a handle closes the helper's standard input and nothing more: the process object
@@ -28,7 +26,7 @@ bool PosixSpawnTrackerProcessHandle::isRunning() const {
 void PosixSpawnTrackerProcessHandle::terminate() {
     closeInput();
     if (isRunning()) {
-        m_process->terminate(m_terminationGrace);
+        m_process->sendSignal(SIGTERM);
     }
 }
 

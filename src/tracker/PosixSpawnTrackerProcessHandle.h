@@ -6,17 +6,13 @@
 #include <QByteArray>
 #include <QPointer>
 
-#include <chrono>
-
 // A helper started by PosixSpawnTrackerProcessRunner: its process and the write end of its
 // standard-input pipe. The log files need no handle of ours: the helper holds its own
 // descriptors, opened for appending.
 class PosixSpawnTrackerProcessHandle : public TrackerProcessHandling {
 public:
     // Takes ownership of `inputDescriptor`, the write end of the helper's standard input.
-    // terminate() kills a helper that is still there `terminationGrace` after SIGTERM.
-    PosixSpawnTrackerProcessHandle(QPointer<SpawnedProcess> process, int inputDescriptor,
-                                   std::chrono::milliseconds terminationGrace);
+    PosixSpawnTrackerProcessHandle(QPointer<SpawnedProcess> process, int inputDescriptor);
     ~PosixSpawnTrackerProcessHandle() override;
 
     PosixSpawnTrackerProcessHandle(const PosixSpawnTrackerProcessHandle&) = delete;
@@ -34,5 +30,4 @@ private:
 
     QPointer<SpawnedProcess> m_process;
     int m_inputDescriptor;
-    std::chrono::milliseconds m_terminationGrace;
 };

@@ -4,25 +4,17 @@
 
 #include <QByteArray>
 
-#include <chrono>
-
 // Starts the tracker helper with posix_spawn and watches it from the GUI thread's event loop
-// (see SpawnedProcess). Holds nothing but its limits: one instance serves the whole application,
-// and a status command in flight does not need the runner to stay alive.
+// (see SpawnedProcess). Holds nothing but its output ceiling: one instance serves the whole
+// application, and a status command in flight does not need the runner to stay alive.
 class PosixSpawnTrackerProcessRunner : public TrackerProcessRunning {
 public:
-    struct Limits {
-        // A status command that has not answered by then is killed and reported as hanging.
-        std::chrono::milliseconds statusTime{std::chrono::seconds(30)};
-        // A report is a few kilobytes. Anything near a megabyte is a runaway helper, and decoding
-        // it would hold the GUI thread for tens of milliseconds.
-        qsizetype statusOutputBytes = 1024 * 1024;
-        // How long a helper that is asked to stop may take before it is killed.
-        std::chrono::milliseconds terminationGrace{std::chrono::seconds(5)};
-    };
+    // A report is a few kilobytes and is read in full however large it is, up to this ceiling:
+    // only a runaway helper gets there, and reading on would exhaust memory.
+    static constexpr qsizetype defaultStatusOutputCeiling = qsizetype(64) * 1024 * 1024;
 
-    PosixSpawnTrackerProcessRunner();
-    explicit PosixSpawnTrackerProcessRunner(const Limits& limits);
+    explicit PosixSpawnTrackerProcessRunner(
+        qsizetype statusOutputCeiling = defaultStatusOutputCeiling);
 
     std::unique_ptr<TrackerProcessHandling> startHelper(const LaunchConfiguration& configuration,
                                                         ExitHandler onExit) override;
@@ -39,5 +31,5 @@ public:
     static bool isExecutableFile(const QString& path);
 
 private:
-    Limits m_limits;
+    qsizetype m_statusOutputCeiling;
 };

@@ -135,12 +135,6 @@ void SpawnedProcess::sendSignal(int signalNumber) {
     }
 }
 
-void SpawnedProcess::terminate(std::chrono::milliseconds grace) {
-    sendSignal(SIGTERM);
-    // The timer dies with this object, which goes once the child has been reaped.
-    QTimer::singleShot(grace, this, [this] { sendSignal(SIGKILL); });
-}
-
 void SpawnedProcess::reapIfExited() {
     if (m_exited) {
         return;

@@ -4,7 +4,6 @@
 #include <QString>
 #include <QStringList>
 
-#include <chrono>
 #include <sys/types.h>
 
 class QSocketNotifier;
@@ -45,9 +44,6 @@ public:
     qint32 exitStatus() const { return m_exitStatus; }
     // Sends `signalNumber` unless the child has already been reaped.
     void sendSignal(int signalNumber);
-    // Asks the child to end with SIGTERM and kills it if it is still there after `grace`: a
-    // child that ignores SIGTERM must not outlive its supervision.
-    void terminate(std::chrono::milliseconds grace);
 
 Q_SIGNALS:
     // Emitted once with the exit status, or the signal number for a child ended by a signal.

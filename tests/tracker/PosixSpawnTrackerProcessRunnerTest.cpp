@@ -131,7 +131,7 @@ TEST(PosixSpawnTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigp
     ASSERT_EQ(pipe(fds), 0);
     ::close(fds[0]);
     const auto previous = std::signal(SIGPIPE, SIG_DFL); // a stray SIGPIPE would end this test
-    EXPECT_FALSE(PosixSpawnTrackerProcessHandle(nullptr, fds[1], 0ms).writeInput("key\n"));
+    EXPECT_FALSE(PosixSpawnTrackerProcessHandle(nullptr, fds[1]).writeInput("key\n"));
     std::signal(SIGPIPE, previous);
 }
 
@@ -161,7 +161,7 @@ TEST_F(RunnerTest, AHelperPathThatIsNoProgramFailsBothCommandsAndLaunchesNothing
     EXPECT_TRUE(exits.isEmpty());
 }
 
-// In the test's directory: "report", a valid report by tracker "7.1" followed by half a megabyte of
+// In the test's directory: "report", a valid report by tracker "7.1" followed by megabytes of
 // blanks; "flood", megabytes of "x"; "cut", 511 ASCII bytes and "é", which a cut after 512 bytes
 // splits.
 struct StatusCase {
@@ -177,7 +177,7 @@ void PrintTo(const StatusCase& row, std::ostream* out) {
 class RunnerStatusTest : public RunnerTest, public testing::WithParamInterface<StatusCase> {};
 
 TEST_P(RunnerStatusTest, FollowsTheCommandsOutcome) {
-    writeFile(path("report"), statusDocument("7.1") + QByteArray(512 << 10, ' '));
+    writeFile(path("report"), statusDocument("7.1") + QByteArray(4 << 20, ' '));
     writeFile(path("flood"), QByteArray(8 << 20, 'x'));
     writeFile(path("cut"), QByteArray(511, 'a') + "\xc3\xa9");
     script(GetParam().script);
