@@ -2,7 +2,6 @@
 
 #include "ui/PanelPlacement.h"
 
-#include <QCloseEvent>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QScreen>
@@ -66,12 +65,6 @@ void PanelWindow::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QWidget::keyPressEvent(event);
-}
-
-void PanelWindow::closeEvent(QCloseEvent* event) {
-    // The application keeps running; starting it again or the tray brings the window back.
-    event->ignore();
-    hide();
 }
 
 void PanelWindow::applyWindowFlags() {

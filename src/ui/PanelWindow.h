@@ -6,7 +6,9 @@
 
 // The top-level window around the panel's content. With a tray it is a frameless tool window
 // beside the icon that closes on Escape and when the application loses focus; without one it is
-// an ordinary window titled "Vantrel" whose closing only hides it.
+// an ordinary window titled "Vantrel"; closing it only hides it (the application does not quit
+// when its last window closes). Refusing the close instead would also refuse quitting, which
+// closes every window first.
 //
 // Not a Qt::Popup: Qt does not expose popups to the accessibility bus, and on Wayland a popup
 // needs a parent window that has had input.
@@ -29,7 +31,6 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
-    void closeEvent(QCloseEvent* event) override;
 
 private:
     void applyWindowFlags();
