@@ -14,7 +14,12 @@ packages=(
   xvfb xauth clang-format
   # Building the Debian package and checking it as Debian does; the package's own run-time
   # dependencies, so installing it in the tests adds nothing to the machine.
-  debhelper dpkg-dev lintian appstream man-db libqt6svg6 xdg-utils
+  debhelper dpkg-dev lintian appstream man-db xdg-utils
+  # The SVG plugins: without them every icon, ours or a theme's, draws blank.
+  libqt6svg6
+  # The tray end-to-end test: a stand-in tray host over D-Bus, the accessibility bus and its
+  # Python client, and screenshots of a virtual screen.
+  python3-dbus python3-gi python3-pyatspi at-spi2-core x11-apps imagemagick
 )
 
 missing=()

@@ -97,12 +97,8 @@ icon=/usr/share/icons/hicolor/scalable/apps/com.keldor.Vantrel.svg
 check "AppStream validates the metadata" appstreamcli validate --no-net "$metainfo"
 check "the metadata's newest release is the packaged version" \
     grep -q "<release version=\"$version\"" "$metainfo"
-if [ -e "$desktop" ] || [ -e "$icon" ]; then
-    check "the desktop entry validates" desktop-file-validate "$desktop"
-    check "the icon is in the hicolor theme" test -s "$icon"
-else
-    echo "note: the package carries no desktop entry or icon yet"
-fi
+check "the desktop entry validates" desktop-file-validate "$desktop"
+check "the icon is in the hicolor theme" test -s "$icon"
 for page in vantrel vantrel-launchctl; do
     check "man $page renders without warnings" bash -c \
         "out=\$(MANWIDTH=80 man --warnings $page 2>&1 >/dev/null) && [ -z \"\$out\" ] \
