@@ -12,6 +12,11 @@ packages=(
   dbus-daemon dbus-bin gnome-keyring libsecret-tools openssl desktop-file-utils python3
   # Windows under a virtual X server, and the formatter the tests check against.
   xvfb xauth clang-format
+  # The SVG plugins: without them every icon, ours or a theme's, draws blank.
+  libqt6svg6
+  # The tray end-to-end test: a stand-in tray host over D-Bus, the accessibility bus and its
+  # Python client, and screenshots of a virtual screen.
+  python3-dbus python3-gi python3-pyatspi at-spi2-core x11-apps imagemagick
 )
 
 missing=()

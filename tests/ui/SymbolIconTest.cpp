@@ -1,0 +1,98 @@
+#include "ui/SymbolIcon.h"
+
+#include "ui/HealthAppearance.h"
+
+#include <QImage>
+#include <QSet>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const QStringList allSymbols = {
+    "gearshape",
+    "stethoscope",
+    "power",
+    "checkmark.circle.fill",
+    "wifi.slash",
+    "exclamationmark.triangle.fill",
+    "arrow.triangle.2.circlepath",
+    "person.crop.circle.badge.exclamationmark",
+    "person.crop.circle.badge.checkmark",
+    "rectangle.portrait.and.arrow.right",
+    "safari",
+    "xmark.circle",
+    "arrow.clockwise",
+};
+
+// Counts pixels that are drawn at all, and those whose colour is not the tint.
+std::pair<int, int> inkAndStrayPixels(const QImage& image, const QColor& tint) {
+    int ink = 0;
+    int stray = 0;
+    const QImage argb = image.convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < argb.height(); ++y) {
+        for (int x = 0; x < argb.width(); ++x) {
+            const QColor pixel = argb.pixelColor(x, y);
+            if (pixel.alpha() < 200) {
+                continue;
+            }
+            ++ink;
+            if (std::abs(pixel.red() - tint.red()) > 2 ||
+                std::abs(pixel.green() - tint.green()) > 2 ||
+                std::abs(pixel.blue() - tint.blue()) > 2) {
+                ++stray;
+            }
+        }
+    }
+    return {ink, stray};
+}
+
+} // namespace
+
+// A missing SVG plugin or a broken drawing shows as an empty square, not as an error.
+TEST(SymbolIcon, rendersEverySymbolInTheTintAtTheRequestedScale) {
+    const QColor tint(0x20, 0x90, 0xd0);
+    for (const QString& name : allSymbols) {
+        SCOPED_TRACE(name.toStdString());
+        const QPixmap pixmap = SymbolIcon::pixmap(name, tint, 16, 2.0);
+        ASSERT_FALSE(pixmap.isNull());
+        EXPECT_EQ(pixmap.size(), QSize(32, 32));
+        EXPECT_EQ(pixmap.deviceIndependentSize(), QSizeF(16, 16));
+        const auto [ink, stray] = inkAndStrayPixels(pixmap.toImage(), tint);
+        EXPECT_GT(ink, 40);
+        EXPECT_EQ(stray, 0);
+        EXPECT_FALSE(SymbolIcon::freedesktopName(name).isEmpty());
+    }
+}
+
+TEST(SymbolIcon, answersNothingForAnUnknownName) {
+    EXPECT_TRUE(SymbolIcon::pixmap("no.such.symbol", Qt::red, 16, 1.0).isNull());
+    EXPECT_TRUE(SymbolIcon::icon("no.such.symbol", Qt::red).isNull());
+}
+
+TEST(SymbolIcon, iconOffersTheTraySizes) {
+    const QIcon icon = SymbolIcon::icon("power", Qt::white);
+    for (const int size : {16, 22, 24, 32, 48, 64}) {
+        EXPECT_TRUE(icon.availableSizes().contains(QSize(size, size))) << size;
+    }
+}
+
+TEST(HealthAppearance, everyStateHasItsOwnDrawnSymbolAndAVisibleColour) {
+    QPalette palette;
+    palette.setColor(QPalette::PlaceholderText, QColor(1, 2, 3));
+    palette.setColor(QPalette::Highlight, QColor(4, 5, 6));
+    const QList<TrackerHealth::Kind> kinds = {
+        TrackerHealth::Kind::signInRequired, TrackerHealth::Kind::connecting,
+        TrackerHealth::Kind::tracking, TrackerHealth::Kind::offline,
+        TrackerHealth::Kind::actionRequired};
+    QSet<QString> symbols;
+    for (const auto kind : kinds) {
+        const QString symbol = HealthAppearance::symbolName(kind);
+        EXPECT_TRUE(allSymbols.contains(symbol)) << symbol.toStdString();
+        symbols.insert(symbol);
+    }
+    EXPECT_EQ(symbols.size(), kinds.size());
+    EXPECT_EQ(HealthAppearance::colour(TrackerHealth::Kind::signInRequired, palette),
+              QColor(1, 2, 3));
+    EXPECT_EQ(HealthAppearance::colour(TrackerHealth::Kind::connecting, palette), QColor(4, 5, 6));
+}
