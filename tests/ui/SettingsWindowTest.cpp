@@ -90,8 +90,9 @@ TEST(SettingsWindow, AFailedSaveKeepsEveryFieldAndShowsTheErrorInRed) {
 }
 
 TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReopensWithTheApplicationsUrl) {
-    SettingsScene scene(true); // no sign-in button: the URL field would come first
+    SettingsScene scene(true);
     scene.expandAdvanced();
+    scene.field("serverURL")->setFocus(); // where a remembered focus would put the cursor
     scene.showAndSettle();
     EXPECT_EQ(qobject_cast<QLineEdit*>(QApplication::focusWidget()), nullptr);
 
