@@ -89,18 +89,4 @@ TEST(DiagnosticsPresenter, ShowsActionRequiredWithoutItsMessageAndTheSupervisorE
     EXPECT_EQ(scene.presenter.errorLine(), scene.state->presentedError());
 }
 
-TEST(DiagnosticsPresenter, ActionsReachTheStateAndTheSupervisor) {
-    Scene scene;
-    scene.signIn();
-    scene.presenter.copyDiagnostics();
-    EXPECT_EQ(scene.harness.clipboard.text, scene.state->diagnosticsReport());
-    scene.presenter.openLogs();
-    EXPECT_EQ(scene.harness.workspace.opened.size(), 1);
-
-    scene.harness.supervisor.statusOnRefresh = sampleTrackerStatus();
-    scene.presenter.refresh();
-    EXPECT_FALSE(scene.harness.supervisor.trackerStatus()) << "the refresh is not waited for";
-    EXPECT_TRUE(AsyncTest::waitUntil([&] { return scene.presenter.rows()[3].value == "2.3.0"; }));
-}
-
 } // namespace

@@ -77,53 +77,6 @@ INSTANTIATE_TEST_SUITE_P(
                                   "Replace API key"}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST(SettingsPresenter, AppearingReloadsUrlAndSwitchButKeepsTheTypedKeyAndFeedback) {
-    AppHarness harness;
-    auto state = harness.make(false);
-    SettingsPresenter presenter(*state);
-    EXPECT_TRUE(presenter.serverURL().isEmpty()) << "nothing is loaded before the first show";
-
-    presenter.setServerURL("https://typed.example");
-    presenter.setLaunchAtLogin(!state->launchAtLogin());
-    presenter.setReplacementAPIKey("vk_typed");
-    presenter.setServerURL("http://not-https.example");
-    presenter.save();
-    presenter.appear();
-
-    EXPECT_EQ(presenter.serverURL(), state->serverURL());
-    EXPECT_EQ(presenter.launchAtLogin(), state->launchAtLogin());
-    EXPECT_EQ(presenter.replacementAPIKey(), "vk_typed");
-    EXPECT_EQ(presenter.feedback(), "Enter a valid HTTPS Vantrel API URL.");
-}
-
-TEST(SettingsPresenter, SaveClearsOnlyTheKeyOnSuccessAndKeepsEverythingOnFailure) {
-    AppHarness harness;
-    auto state = harness.make(false);
-    SettingsPresenter presenter(*state);
-    presenter.appear();
-
-    presenter.setServerURL(" https://self-hosted.example/api/ ");
-    presenter.setReplacementAPIKey("  vk_manual\n");
-    presenter.setLaunchAtLogin(false);
-    harness.credentials.failSave = -25308;
-    presenter.save();
-    EXPECT_EQ(presenter.feedback(), "Keychain operation failed with status -25308.");
-    EXPECT_FALSE(presenter.isFeedbackSuccess());
-    EXPECT_EQ(presenter.serverURL(), " https://self-hosted.example/api/ ");
-    EXPECT_EQ(presenter.replacementAPIKey(), "  vk_manual\n");
-    EXPECT_FALSE(presenter.launchAtLogin());
-
-    harness.credentials.failSave.reset();
-    presenter.save();
-    EXPECT_EQ(presenter.feedback(), "Saved. The tracker is using the updated settings.");
-    EXPECT_TRUE(presenter.isFeedbackSuccess());
-    EXPECT_EQ(harness.credentials.stored, "vk_manual");
-    EXPECT_EQ(state->serverURL(), "https://self-hosted.example/api");
-    EXPECT_EQ(harness.loginItems.calls, QList<bool>{false});
-    EXPECT_TRUE(presenter.replacementAPIKey().isEmpty());
-    EXPECT_EQ(presenter.serverURL(), " https://self-hosted.example/api/ ");
-}
-
 TEST(SettingsPresenter, OpensThePrivacyAndSupportPages) {
     AppHarness harness;
     auto state = harness.make(false);

@@ -7,7 +7,6 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPointer>
 #include <QPushButton>
 #include <QTest>
 #include <QToolButton>
@@ -104,35 +103,6 @@ TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReopensWithTheApplicationsUrl) 
 
     EXPECT_EQ(scene.field("serverURL")->text(), scene.state->serverURL());
     EXPECT_EQ(scene.field("apiKey")->text(), "vk_typed");
-}
-
-TEST(SettingsWindow, FollowsTheSignInWhileOpen) {
-    SettingsScene scene(false);
-    TrackerStatus withoutIdentity = sampleTrackerStatus();
-    withoutIdentity.deviceId = "unknown";
-    scene.harness.supervisor.statusOnRefresh = withoutIdentity;
-    scene.showAndSettle();
-    QPushButton* signIn = scene.button("Sign In in Browser");
-    signIn->click();
-    EXPECT_EQ(signIn->text(), "Signing In\u2026");
-    EXPECT_FALSE(signIn->isEnabled());
-
-    // The attempt fails for want of a device identity and the offer comes back.
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return signIn->isEnabled(); }));
-    EXPECT_EQ(signIn->text(), "Sign In in Browser");
-}
-
-TEST(SettingsWindow, ClosesIntoNothingWhenTheOpenerAsksForIt) {
-    AppHarness harness;
-    auto state = harness.make(false);
-    QPointer window = new SettingsWindow(*state);
-    window->setAttribute(Qt::WA_DeleteOnClose);
-    window->show();
-    QTest::keyClick(window, Qt::Key_Escape);
-    EXPECT_TRUE(AsyncTest::waitUntil([&] {
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        return window.isNull();
-    }));
 }
 
 } // namespace
