@@ -12,6 +12,9 @@ packages=(
   dbus-daemon dbus-bin gnome-keyring libsecret-tools openssl desktop-file-utils python3
   # Windows under a virtual X server, and the formatter the tests check against.
   xvfb xauth clang-format
+  # Building the Debian package and checking it as Debian does; the package's own run-time
+  # dependencies, so installing it in the tests adds nothing to the machine.
+  debhelper dpkg-dev lintian appstream man-db xdg-utils
   # The SVG plugins: without them every icon, ours or a theme's, draws blank.
   libqt6svg6
   # The tray end-to-end test: a stand-in tray host over D-Bus, the accessibility bus and its

@@ -18,6 +18,11 @@ jobs="$(nproc)"
 
 echo "== Build and test"
 "$root/scripts/build.sh" "$root/build" -DVANTREL_BUILD_TESTS=ON -DVANTREL_BUILD_BENCHMARKS=ON
+echo "== Debian package"
+# Built once here rather than inside the install test, where its compile would share the cores
+# with the other tests and count against that test's timeout.
+VANTREL_PACKAGE="$("$root/scripts/build-package.sh" "$root/build/package" | tail -n 1)"
+export VANTREL_PACKAGE
 (cd "$root/build" && ctest --output-on-failure --no-tests=error --parallel "$jobs" --timeout 300)
 
 echo "== Build and test with AddressSanitizer and UndefinedBehaviorSanitizer"

@@ -1,13 +1,42 @@
 #include "app/AppState.h"
 #include "main/CompositionRoot.h"
+#include "main/DesktopScenes.h"
 #include "main/TerminationSignalWatcher.h"
 #include "ui/ConsoleStatusView.h"
+#include "ui/FreedesktopApplicationAdaptor.h"
+#include "ui/QApplicationController.h"
 
 #include <QApplication>
+#include <QCommandLineParser>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QFile>
 
 #include <cstdio>
+#include <memory>
+#include <optional>
 #include <unistd.h>
+
+namespace {
+
+const QString applicationInterface = QStringLiteral("org.freedesktop.Application");
+
+// Hands the start over to the copy that owns the application's bus name. False when none
+// answers.
+bool forwardToRunningCopy(QDBusConnection& bus, const std::optional<QString>& action) {
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QLatin1String(DesktopScenes::applicationId), QLatin1String(DesktopScenes::objectPath),
+        applicationInterface,
+        action ? QStringLiteral("ActivateAction") : QStringLiteral("Activate"));
+    if (action) {
+        call << *action << QVariantList() << QVariantMap();
+    } else {
+        call << QVariantMap();
+    }
+    return bus.call(call, QDBus::Block, 10000).type() == QDBusMessage::ReplyMessage;
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     // Without any display (a server, a test run) the application still runs its logic.
@@ -18,21 +47,89 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Vantrel"));
     QApplication::setApplicationName(QStringLiteral("Vantrel"));
+    QApplication::setApplicationDisplayName(QStringLiteral("Vantrel"));
+    QGuiApplication::setDesktopFileName(QLatin1String(DesktopScenes::applicationId));
     QApplication::setQuitOnLastWindowClosed(false);
+
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption actionOption(
+        QStringLiteral("action"),
+        QStringLiteral("Perform an action of the running copy: settings, diagnostics, sign-in "
+                       "or quit."),
+        QStringLiteral("name"));
+    parser.addOption(actionOption);
+    parser.process(app);
+    const std::optional<QString> action =
+        parser.isSet(actionOption) ? std::optional(parser.value(actionOption)) : std::nullopt;
+
+    // Everything a start or another program may ask of the running copy; requests that arrive
+    // before the views exist are answered without effect.
+    AppState* appState = nullptr;
+    std::unique_ptr<DesktopScenes> scenes;
+    QObject service;
+    new FreedesktopApplicationAdaptor(&service,
+                                      {.activate =
+                                           [&scenes] {
+                                               if (scenes) {
+                                                   scenes->activate();
+                                               }
+                                           },
+                                       .activateAction =
+                                           [&scenes, &appState](const QString& name) {
+                                               if (scenes) {
+                                                   return scenes->activateAction(name);
+                                               }
+                                               if (appState && name == QLatin1String("quit")) {
+                                                   appState->quit();
+                                                   return true;
+                                               }
+                                               return false;
+                                           }});
+
+    // One copy per session: the first owns the bus name, a later start hands over and leaves, so
+    // a start at login and one from the menu never run two supervisors.
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (bus.isConnected()) {
+        bus.registerObject(QLatin1String(DesktopScenes::objectPath), &service);
+        if (!bus.registerService(QLatin1String(DesktopScenes::applicationId))) {
+            bus.unregisterObject(QLatin1String(DesktopScenes::objectPath));
+            if (forwardToRunningCopy(bus, action)) {
+                return 0;
+            }
+            std::fputs("Vantrel is already running but does not answer.\n", stderr);
+            return 1;
+        }
+    }
+    if (action == QLatin1String("quit")) {
+        return 0; // nothing runs that could quit
+    }
 
     // Under a test runner the application comes up without touching the system.
     const bool isRunningTests = qEnvironmentVariableIsSet("XCTestConfigurationFilePath");
     CompositionRoot root;
     AppState& state = root.makeAppState(!isRunningTests);
+    appState = &state;
     TerminationSignalWatcher termination([&state] { state.quit(); });
 
-    std::fputs("Vantrel runs without its tray panel and windows for now; its status follows. "
-               "Press Ctrl+C to quit.\n",
-               stderr);
-    QFile console;
-    // By descriptor, so each line reaches a pipe or file at once rather than sitting in stdio's
-    // buffer.
-    console.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered);
-    ConsoleStatusView view(state, console);
-    return QApplication::exec();
+    const QString platform = QGuiApplication::platformName();
+    std::unique_ptr<ConsoleStatusView> console;
+    QFile consoleFile;
+    if (platform != QLatin1String("offscreen") && platform != QLatin1String("minimal")) {
+        scenes = std::make_unique<DesktopScenes>(state, root.applicationController());
+        if (action) {
+            scenes->activateAction(*action);
+        }
+    } else {
+        // The status lines are for running without any display.
+        std::fputs("Vantrel runs without a display; its status follows. Press Ctrl+C to quit.\n",
+                   stderr);
+        // By descriptor, so each line reaches a pipe or file at once rather than sitting in
+        // stdio's buffer.
+        consoleFile.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered);
+        console = std::make_unique<ConsoleStatusView>(state, consoleFile);
+    }
+    const int status = QApplication::exec();
+    scenes.reset(); // before the AppState the views observe
+    return status;
 }

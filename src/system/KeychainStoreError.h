@@ -3,10 +3,12 @@
 #include "core/VantrelError.h"
 
 // Failures of the secret store. The texts keep the product's historic wording: users and support
-// know them by it, whatever secret store serves the desktop.
+// know them by it, whatever secret store serves the desktop. A locked store and a store that
+// cannot be reached at all have words of their own: a bare status number tells the user nothing
+// they could act on.
 class KeychainStoreError : public VantrelError {
 public:
-    enum class Code { unexpectedStatus, invalidCredential, invalidStoredData };
+    enum class Code { unexpectedStatus, invalidCredential, invalidStoredData, locked, unreachable };
 
     static KeychainStoreError unexpectedStatus(qint32 status) {
         return KeychainStoreError(Code::unexpectedStatus, status);
@@ -17,6 +19,11 @@ public:
     static KeychainStoreError invalidStoredData() {
         return KeychainStoreError(Code::invalidStoredData);
     }
+    // The item exists but stays locked: the user dismissed the unlock prompt, or none could be
+    // shown.
+    static KeychainStoreError locked() { return KeychainStoreError(Code::locked); }
+    // No secret service answers: no session bus, or nothing on it owns the secrets name.
+    static KeychainStoreError unreachable() { return KeychainStoreError(Code::unreachable); }
 
     Code code() const { return m_code; }
     qint32 status() const { return m_status; }
@@ -28,6 +35,12 @@ public:
             return QStringLiteral("The API key is empty.");
         case Code::invalidStoredData:
             return QStringLiteral("The stored API key is not valid UTF-8.");
+        case Code::locked:
+            return QStringLiteral("The keyring that holds the API key is locked. Unlock it and "
+                                  "try again.");
+        case Code::unreachable:
+            return QStringLiteral("No secret service could be reached to keep the API key. "
+                                  "Start the desktop's keyring and try again.");
         }
         Q_UNREACHABLE();
     }

@@ -52,18 +52,56 @@ using ItemList = std::unique_ptr<GList, ItemListRelease>;
 using AttributeTable = std::unique_ptr<GHashTable, HashTableRelease>;
 using ValuePtr = std::unique_ptr<SecretValue, ValueRelease>;
 
-// Runs a libsecret call that reports failure through a GError and turns that failure into
-// unexpectedStatus with the error's code. The message is dropped: it may name the item.
+// The service behind the connection is gone or never was: no session bus, nobody owning the
+// secrets name, a daemon that restarted and no longer knows our session or objects.
+struct ConnectionFailure {};
+
+bool isConnectionFailure(const GError* error) {
+    if (error->domain == G_DBUS_ERROR || error->domain == G_IO_ERROR) {
+        return true;
+    }
+    return error->domain == SECRET_ERROR &&
+           (error->code == SECRET_ERROR_PROTOCOL || error->code == SECRET_ERROR_NO_SUCH_OBJECT);
+}
+
+// Runs a libsecret call that reports failure through a GError. A locked item and a broken
+// connection are told apart; anything else becomes unexpectedStatus with the error's code. The
+// message is dropped: it may name the item.
 template <typename Call>
 auto checked(Call&& call) {
     GError* error = nullptr;
     auto result = call(&error);
     if (error != nullptr) {
+        const bool locked = error->domain == SECRET_ERROR && error->code == SECRET_ERROR_IS_LOCKED;
+        const bool connection = isConnectionFailure(error);
         const qint32 code = error->code;
         g_error_free(error);
+        if (locked) {
+            throw KeychainStoreError::locked();
+        }
+        if (connection) {
+            throw ConnectionFailure();
+        }
         throw KeychainStoreError::unexpectedStatus(code);
     }
     return result;
+}
+
+// libsecret hands out one cached connection for the whole process, and keeps handing it out after
+// the service behind it has gone. A broken connection is therefore dropped and the operation run
+// once more on a fresh one; a second failure means no service is there.
+template <typename Operation>
+auto reconnectingOnce(Operation&& operation) {
+    try {
+        return operation();
+    } catch (const ConnectionFailure&) {
+    }
+    secret_service_disconnect();
+    try {
+        return operation();
+    } catch (const ConnectionFailure&) {
+        throw KeychainStoreError::unreachable();
+    }
 }
 
 ServicePtr connectToService() {
@@ -93,7 +131,7 @@ SecretItem* itemAt(const GList* node) {
 void requireAllUnlocked(const GList* items) {
     for (const GList* node = items; node != nullptr; node = node->next) {
         if (secret_item_get_locked(itemAt(node))) {
-            throw KeychainStoreError::unexpectedStatus(SecretServiceCredentialStore::lockedStatus);
+            throw KeychainStoreError::locked();
         }
     }
 }
@@ -129,6 +167,10 @@ SecretServiceCredentialStore::SecretServiceCredentialStore(QString service, QStr
     : m_service(service.toUtf8())
     , m_account(account.toUtf8()) {}
 std::optional<QString> SecretServiceCredentialStore::loadAPIKey() {
+    return reconnectingOnce([this] { return load(); });
+}
+
+std::optional<QString> SecretServiceCredentialStore::load() const {
     const ServicePtr service = connectToService();
     const AttributeTable attributes = attributeTable(m_service, m_account);
     const ItemList items = findItems(service.get(), attributes.get(), true);
@@ -148,7 +190,7 @@ std::optional<QString> SecretServiceCredentialStore::loadAPIKey() {
         const gchar* bytes = secret_value_get(value.get(), &length);
         return decodedKey(QByteArrayView(bytes, static_cast<qsizetype>(length)));
     }
-    throw KeychainStoreError::unexpectedStatus(lockedStatus);
+    throw KeychainStoreError::locked();
 }
 
 void SecretServiceCredentialStore::saveAPIKey(const QString& key) {
@@ -158,21 +200,24 @@ void SecretServiceCredentialStore::saveAPIKey(const QString& key) {
     }
     const QByteArray bytes = trimmed.toUtf8();
     const ValuePtr value(secret_value_new(bytes.constData(), bytes.size(), "text/plain"));
+    reconnectingOnce([&] { save(value.get()); });
+}
 
+void SecretServiceCredentialStore::save(SecretValue* value) const {
     const ServicePtr service = connectToService();
     const AttributeTable attributes = attributeTable(m_service, m_account);
     const ItemList items = findItems(service.get(), attributes.get(), false);
     if (!items) {
         checked([&](GError** error) {
             return secret_service_store_sync(service.get(), credentialSchema(), attributes.get(),
-                                             SECRET_COLLECTION_DEFAULT, itemLabel, value.get(),
-                                             nullptr, error);
+                                             SECRET_COLLECTION_DEFAULT, itemLabel, value, nullptr,
+                                             error);
         });
         return;
     }
     requireAllUnlocked(items.get());
     checked([&](GError** error) {
-        return secret_item_set_secret_sync(itemAt(items.get()), value.get(), nullptr, error);
+        return secret_item_set_secret_sync(itemAt(items.get()), value, nullptr, error);
     });
     // Any further match is a stale duplicate (left by another client or an older release) that
     // the next load could pick instead of the key just saved.
@@ -182,6 +227,10 @@ void SecretServiceCredentialStore::saveAPIKey(const QString& key) {
 }
 
 void SecretServiceCredentialStore::deleteAPIKey() {
+    reconnectingOnce([this] { remove(); });
+}
+
+void SecretServiceCredentialStore::remove() const {
     const ServicePtr service = connectToService();
     const AttributeTable attributes = attributeTable(m_service, m_account);
     const ItemList items = findItems(service.get(), attributes.get(), false);

@@ -9,9 +9,12 @@
 #include <QCoroSignal>
 #include <QFile>
 #include <QFileInfo>
+#include <QFutureWatcher>
 #include <QStringDecoder>
+#include <QtConcurrentRun>
 
 #include <cerrno>
+#include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -73,7 +76,55 @@ OwnedDescriptor openForAppending(const QString& path) {
     return fd;
 }
 
+// Below this a report decodes in well under a millisecond, on the GUI thread.
+constexpr qsizetype decodeInPlaceLimit = 256 * 1024;
+
+// A report of megabytes takes tens of milliseconds to decode, so it is decoded on a pool thread
+// while the GUI thread keeps turning. The decoder is a pure function of the bytes it is given and
+// touches nothing else; the ordinary few-kilobyte report never starts that thread at all.
+QByteArray joined(const QList<QByteArray>& chunks) {
+    return chunks.size() == 1 ? chunks.first() : chunks.join();
+}
+
+QCoro::Task<TrackerStatus> decodeAwayFromTheGuiThread(QList<QByteArray> chunks) {
+    qsizetype size = 0;
+    for (const QByteArray& chunk : chunks) {
+        size += chunk.size();
+    }
+    if (size < decodeInPlaceLimit) {
+        co_return TrackerStatus::decode(joined(chunks));
+    }
+    struct Outcome {
+        std::optional<TrackerStatus> status;
+        std::exception_ptr error;
+    };
+    QFutureWatcher<Outcome> watcher;
+    // Joining megabytes is page faults again: that too happens on the pool thread.
+    watcher.setFuture(QtConcurrent::run([chunks = std::move(chunks)] {
+        Outcome result;
+        try {
+            result.status = TrackerStatus::decode(joined(chunks));
+        } catch (...) {
+            result.error = std::current_exception();
+        }
+        return result;
+    }));
+    // The watcher hears of the end through an event on this thread, so it cannot be missed
+    // between this check and the suspension.
+    if (!watcher.isFinished()) {
+        co_await qCoro(&watcher, &QFutureWatcher<Outcome>::finished);
+    }
+    Outcome outcome = watcher.result();
+    if (outcome.error) {
+        std::rethrow_exception(outcome.error);
+    }
+    co_return std::move(*outcome.status);
+}
+
 } // namespace
+
+PosixSpawnTrackerProcessRunner::PosixSpawnTrackerProcessRunner(qsizetype statusOutputCeiling)
+    : m_statusOutputCeiling(statusOutputCeiling) {}
 
 bool PosixSpawnTrackerProcessRunner::isExecutableFile(const QString& path) {
     const QByteArray encoded = QFile::encodeName(path);
@@ -141,20 +192,26 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
 
 QCoro::Task<TrackerStatus> PosixSpawnTrackerProcessRunner::runStatus(QString executableURL,
                                                                      QString configURL) {
-    // Touches nothing of the runner: the command may outlive it.
+    // Touches nothing of the runner after this: the command may outlive it.
+    const qsizetype ceiling = m_statusOutputCeiling;
     if (!isExecutableFile(executableURL)) {
         throw TrackerSupervisorError::helperMissing(executableURL);
     }
     const QStringList arguments{QStringLiteral("--config"), configURL, QStringLiteral("status"),
                                 QStringLiteral("--json")};
-    auto command =
-        std::make_unique<StatusCommandProcess>(executableURL, arguments, errorOutputLimit);
+    auto command = std::make_unique<StatusCommandProcess>(
+        executableURL, arguments, StatusCommandProcess::Limits{ceiling, errorOutputLimit});
     if (!command->isFinished()) {
         co_await qCoro(command.get(), &StatusCommandProcess::finished);
+    }
+    if (command->failure() == StatusCommandProcess::Failure::outputTooLarge) {
+        throw PlatformError(QStringLiteral("The tracker helper's status report is larger than "
+                                           "%1 MB; it was not read.")
+                                .arg(ceiling / (1024 * 1024)));
     }
     if (command->exitStatus() != 0) {
         throw TrackerSupervisorError::helperExited(command->exitStatus(),
                                                    errorMessage(command->standardError()));
     }
-    co_return TrackerStatus::decode(command->standardOutput());
+    co_return co_await decodeAwayFromTheGuiThread(command->standardOutput());
 }

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <limits>
 #include <unistd.h>
 
 namespace {
@@ -15,7 +14,7 @@ namespace {
 constexpr qsizetype readChunk = 64 * 1024;
 // A command that writes as fast as we read must not hold the GUI thread in one activation; the
 // notifier fires again for whatever is left.
-constexpr int readsPerActivation = 16;
+constexpr int readsPerActivation = 4;
 
 struct Pipe {
     int read = -1;
@@ -42,8 +41,8 @@ void closeDescriptor(int& fd) {
 } // namespace
 
 StatusCommandProcess::StatusCommandProcess(const QString& executable, const QStringList& arguments,
-                                           qsizetype standardErrorLimit)
-    : m_errorLimit(standardErrorLimit) {
+                                           const Limits& limits)
+    : m_limits(limits) {
     Pipe output = openPipe();
     Pipe error;
     try {
@@ -69,10 +68,8 @@ StatusCommandProcess::StatusCommandProcess(const QString& executable, const QStr
     m_errorChannel.fd = error.read;
     m_outputChannel.notifier = new QSocketNotifier(output.read, QSocketNotifier::Read, this);
     m_errorChannel.notifier = new QSocketNotifier(error.read, QSocketNotifier::Read, this);
-    connect(m_outputChannel.notifier, &QSocketNotifier::activated, this,
-            [this] { drain(m_outputChannel, m_output, std::numeric_limits<qsizetype>::max()); });
-    connect(m_errorChannel.notifier, &QSocketNotifier::activated, this,
-            [this] { drain(m_errorChannel, m_error, m_errorLimit); });
+    connect(m_outputChannel.notifier, &QSocketNotifier::activated, this, [this] { drainOutput(); });
+    connect(m_errorChannel.notifier, &QSocketNotifier::activated, this, [this] { drainError(); });
 }
 
 StatusCommandProcess::~StatusCommandProcess() {
@@ -83,20 +80,49 @@ StatusCommandProcess::~StatusCommandProcess() {
 }
 
 bool StatusCommandProcess::isFinished() const {
-    return m_exited && m_outputChannel.fd < 0 && m_errorChannel.fd < 0;
+    return m_failure != Failure::none ||
+           (m_exited && m_outputChannel.fd < 0 && m_errorChannel.fd < 0);
 }
 
-void StatusCommandProcess::drain(Channel& channel, QByteArray& buffer, qsizetype limit) {
-    char chunk[readChunk];
-    for (int reads = 0; channel.fd >= 0; ++reads) {
-        if (reads == readsPerActivation) {
-            return;
+void StatusCommandProcess::drainOutput() {
+    const bool open = drain(m_outputChannel, [this](QByteArrayView bytes) {
+        if (bytes.size() > m_limits.output - m_outputSize) {
+            giveUp(Failure::outputTooLarge);
+            return false;
         }
-        const ssize_t count = ::read(channel.fd, chunk, sizeof chunk);
+        m_outputSize += bytes.size();
+        // Small reads fill up the last chunk rather than each keeping an allocation of its own.
+        if (!m_output.isEmpty() && m_output.last().size() + bytes.size() <= readChunk) {
+            m_output.last().append(bytes);
+        } else {
+            m_output.append(bytes.toByteArray());
+        }
+        return true;
+    });
+    if (!open) {
+        finishIfDone();
+    }
+}
+
+void StatusCommandProcess::drainError() {
+    const bool open = drain(m_errorChannel, [this](QByteArrayView bytes) {
+        // Beyond the limit the bytes are read only to keep the command from blocking.
+        m_error.append(bytes.first(std::min(bytes.size(), m_limits.error - m_error.size())));
+        return true;
+    });
+    if (!open) {
+        finishIfDone();
+    }
+}
+
+template <typename Consume>
+bool StatusCommandProcess::drain(Channel& channel, Consume consume) {
+    char buffer[readChunk];
+    for (int reads = 0; channel.fd >= 0 && reads < readsPerActivation; ++reads) {
+        const ssize_t count = ::read(channel.fd, buffer, sizeof buffer);
         if (count > 0) {
-            const qsizetype room = limit - buffer.size();
-            if (room > 0) {
-                buffer.append(chunk, std::min<qsizetype>(room, count));
+            if (!consume(QByteArrayView(buffer, count))) {
+                return true; // given up: `finished` has been emitted, and this may be gone
             }
             continue;
         }
@@ -104,11 +130,11 @@ void StatusCommandProcess::drain(Channel& channel, QByteArray& buffer, qsizetype
             continue;
         }
         if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            return;
+            return true;
         }
         close(channel); // end of output, or an error that ends it just the same
     }
-    finishIfDone();
+    return channel.fd >= 0;
 }
 
 void StatusCommandProcess::close(Channel& channel) {
@@ -118,6 +144,13 @@ void StatusCommandProcess::close(Channel& channel) {
         channel.notifier = nullptr;
     }
     closeDescriptor(channel.fd);
+}
+
+void StatusCommandProcess::giveUp(Failure failure) {
+    m_failure = failure;
+    close(m_outputChannel);
+    close(m_errorChannel);
+    finishIfDone();
 }
 
 void StatusCommandProcess::finishIfDone() {

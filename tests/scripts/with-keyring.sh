@@ -26,7 +26,19 @@ if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
         gnome-keyring-daemon --foreground --unlock --components=secrets \
         >"$XDG_RUNTIME_DIR/keyring.log" 2>&1 &
     keyring_pid=$!
-    trap 'kill "$keyring_pid" 2>/dev/null; wait "$keyring_pid" 2>/dev/null || true' EXIT
+    # A test may have replaced the daemon with one of its own; end whichever owns the name.
+    stop_keyring() {
+        kill "$keyring_pid" 2>/dev/null || true
+        wait "$keyring_pid" 2>/dev/null || true
+        local owner
+        owner=$(dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+            org.freedesktop.DBus.GetConnectionUnixProcessID string:org.freedesktop.secrets \
+            2>/dev/null | awk '/uint32/ { print $2 }' || true)
+        if [ -n "$owner" ]; then
+            kill "$owner" 2>/dev/null || true
+        fi
+    }
+    trap stop_keyring EXIT
     trap 'exit 130' INT
     trap 'exit 143' TERM
 

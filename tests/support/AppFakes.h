@@ -145,9 +145,12 @@ public:
 
 class FakeApplication : public ApplicationControlling {
 public:
-    void activate() override {}
-    void showSettingsWindow() override {}
-    void terminate() override {}
+    void activate() override { ++activations; }
+    void showSettingsWindow() override { ++settingsWindowsShown; }
+    void terminate() override { ++terminations; }
+    int activations = 0;
+    int settingsWindowsShown = 0;
+    int terminations = 0;
 };
 
 class FakeClipboard : public ClipboardWriting {

@@ -3,15 +3,20 @@
 
 #include "system/SecretServiceCredentialStore.h"
 
+#include "support/AsyncTest.h"
 #include "support/InMemoryCredentialStore.h"
 #include "system/KeychainStoreError.h"
 
+#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QProcess>
+#include <QTemporaryDir>
 
+#include <csignal>
 #include <gtest/gtest.h>
 
 namespace {
@@ -81,6 +86,28 @@ public:
         secret.endStructure();
         callKeyring("org.gnome.keyring.InternalUnsupportedGuiltRiddenInterface",
                     "UnlockWithMasterPassword", {collection, QVariant::fromValue(secret)});
+    }
+
+    // Ends the keyring daemon the way a crash or a session restart would; its items stay on disk.
+    static void stopDaemon() {
+        QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
+        const uint pid = bus->servicePid("org.freedesktop.secrets");
+        ASSERT_NE(pid, 0u);
+        ASSERT_EQ(::kill(static_cast<pid_t>(pid), SIGTERM), 0);
+        ASSERT_TRUE(AsyncTest::waitUntil(
+            [&] { return !bus->isServiceRegistered("org.freedesktop.secrets").value(); }));
+    }
+
+    // A new daemon on the same keyring files, unlocked with the same password. It outlives this
+    // process; with-keyring.sh ends whichever daemon owns the name when the tests are done.
+    static void startDaemon() {
+        ASSERT_TRUE(QProcess::startDetached(
+            "sh", {"-c", "printf %s \"$VANTREL_TEST_KEYRING_PASSWORD\" | exec "
+                         "gnome-keyring-daemon --foreground --unlock --components=secrets "
+                         ">/dev/null 2>&1"}));
+        QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
+        ASSERT_TRUE(AsyncTest::waitUntil(
+            [&] { return bus->isServiceRegistered("org.freedesktop.secrets").value(); }));
     }
 
 private:
@@ -176,11 +203,56 @@ TEST_F(SecretServiceStore, LockedCollectionIsAnErrorForEveryOperation) {
                                                 [&] { store.saveAPIKey("new-key"); },
                                                 [&] { store.deleteAPIKey(); }};
     for (const auto& operation : operations) {
-        EXPECT_EQ(errorOf(operation), KeychainStoreError::unexpectedStatus(2));
+        EXPECT_EQ(errorOf(operation), KeychainStoreError::locked());
     }
     TestKeyring::setDefaultCollectionLocked(false);
     EXPECT_EQ(keyring.itemCount(), 1);
     EXPECT_EQ(keyring.lookup(), "locked-away");
+}
+
+// The store object lives on, as it does in a running application, while the daemon goes away and
+// comes back: in between every operation says so in words, afterwards all work again.
+TEST_F(SecretServiceStore, RecoversWhenTheServiceRestartsUnderIt) {
+    store.saveAPIKey("before-restart");
+    TestKeyring::stopDaemon();
+    const std::function<void()> operations[] = {[&] { store.loadAPIKey(); },
+                                                [&] { store.saveAPIKey("new-key"); },
+                                                [&] { store.deleteAPIKey(); }};
+    for (const auto& operation : operations) {
+        EXPECT_EQ(errorOf(operation), KeychainStoreError::unreachable());
+    }
+
+    TestKeyring::startDaemon();
+    EXPECT_EQ(store.loadAPIKey(), "before-restart");
+    store.saveAPIKey("after-restart");
+    EXPECT_EQ(store.loadAPIKey(), "after-restart");
+    EXPECT_EQ(keyring.lookup(), "after-restart");
+}
+
+// Without any session bus the failure must still say what is wrong, not report a bare status.
+// The check runs in a child process, since this one is already connected to the private bus.
+TEST(SecretServiceStoreWithoutBus, SaysNoSecretServiceCouldBeReached) {
+    if (qEnvironmentVariableIsSet("VANTREL_TEST_WITHOUT_BUS")) {
+        SecretServiceCredentialStore store(service, account);
+        EXPECT_EQ(errorOf([&] { store.loadAPIKey(); }), KeychainStoreError::unreachable());
+        EXPECT_EQ(errorOf([&] { store.saveAPIKey("key"); }), KeychainStoreError::unreachable());
+        EXPECT_EQ(errorOf([&] { store.deleteAPIKey(); }), KeychainStoreError::unreachable());
+        return;
+    }
+    QTemporaryDir runtime; // no "bus" socket inside, which GLib would otherwise fall back to
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY"}) {
+        environment.remove(name);
+    }
+    environment.insert("XDG_RUNTIME_DIR", runtime.path());
+    environment.insert("VANTREL_TEST_WITHOUT_BUS", "1");
+    QProcess child;
+    child.setProcessEnvironment(environment);
+    child.setProcessChannelMode(QProcess::ForwardedChannels);
+    child.start(QCoreApplication::applicationFilePath(),
+                {"--gtest_filter=SecretServiceStoreWithoutBus.*"});
+    ASSERT_TRUE(child.waitForFinished(30000));
+    EXPECT_EQ(child.exitCode(), 0);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "core/PlatformError.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -158,5 +159,106 @@ TEST_F(ConfigFileTest, LinkedFileIsUpdatedThroughTheLink) {
     EXPECT_TRUE(QFileInfo(configPath()).isSymLink());
     EXPECT_EQ(read(real), "api_url = \"new\"\n");
 }
+
+// What the user may have left at the configuration file's place. Reading says what it finds or
+// why it cannot; a write that fails leaves everything as it was.
+struct OnDiskRow {
+    const char* name;
+    // Puts the odd thing in place; `home` is the test's directory, the file is
+    // home/.vantrel/config.toml.
+    std::function<void(const QString& home)> setup;
+    std::optional<QString> key;
+    // Substrings of the read's and the write's error; empty for success.
+    QString readError;
+    QString writeError;
+};
+
+void PrintTo(const OnDiskRow& row, std::ostream* out) {
+    *out << row.name;
+}
+
+class ConfigOnDisk : public ConfigFileTest, public testing::WithParamInterface<OnDiskRow> {
+protected:
+    // Everything under the home directory: each entry's kind, link target and contents.
+    QByteArray snapshot() const {
+        QByteArray result;
+        QDirIterator entries(m_home.path(),
+                             QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                             QDirIterator::Subdirectories);
+        while (entries.hasNext()) {
+            const QFileInfo entry(entries.next());
+            result += entry.filePath().toUtf8() + " " + entry.symLinkTarget().toUtf8() + " ";
+            if (entry.isFile() && !entry.isSymLink()) {
+                result += QByteArray::number(qHash(read(entry.filePath())));
+            }
+            result += "\n";
+        }
+        return result;
+    }
+};
+
+TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
+    const OnDiskRow& row = GetParam();
+    row.setup(m_home.path());
+    TrackerConfigFile file(configPath());
+
+    const QString readError = platformError([&] { EXPECT_EQ(file.readAPIKey(), row.key); });
+    EXPECT_EQ(readError.isEmpty(), row.readError.isEmpty()) << readError.toStdString();
+    EXPECT_TRUE(readError.contains(row.readError)) << readError.toStdString();
+
+    const QByteArray before = snapshot();
+    const QString writeError = platformError([&] { file.setValue("https://x.test", "api_url"); });
+    EXPECT_EQ(writeError.isEmpty(), row.writeError.isEmpty()) << writeError.toStdString();
+    EXPECT_TRUE(writeError.contains(row.writeError)) << writeError.toStdString();
+    if (!writeError.isEmpty()) {
+        EXPECT_EQ(snapshot(), before);
+    } else {
+        EXPECT_EQ(file.readAPIKey(), row.key) << "the other lines stay";
+        EXPECT_TRUE(read(configPath()).contains("api_url = \"https://x.test\"\n"));
+    }
+}
+
+const QString config = "/.vantrel/config.toml";
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ConfigOnDisk,
+    testing::Values(
+        OnDiskRow{"IsADirectory", [](const QString& home) { QDir().mkpath(home + config); },
+                  std::nullopt, "Is a directory", "Is a directory"},
+        OnDiskRow{"IsALinkToNothing",
+                  [](const QString& home) {
+                      QDir().mkpath(home + "/.vantrel");
+                      QFile::link(home + "/gone.toml", home + config);
+                  },
+                  std::nullopt, "", ""},
+        OnDiskRow{"IsALinkToADirectory",
+                  [](const QString& home) {
+                      QDir().mkpath(home + "/elsewhere");
+                      QDir().mkpath(home + "/.vantrel");
+                      QFile::link(home + "/elsewhere", home + config);
+                  },
+                  std::nullopt, "Is a directory", "Is a directory"},
+        OnDiskRow{"IsEmpty", [](const QString& home) { write(home + config, ""); }, std::nullopt,
+                  "", ""},
+        OnDiskRow{"HoldsTenMegabytes",
+                  [](const QString& home) {
+                      QByteArray contents;
+                      for (int i = 0; contents.size() < (10 << 20); ++i) {
+                          contents += "# comment line " + QByteArray::number(i) + "\n";
+                      }
+                      write(home + config, contents + "api_key = \"k\"\n");
+                  },
+                  "k", "", ""},
+        OnDiskRow{"EndsLinesWithCarriageReturnsOnly",
+                  [](const QString& home) {
+                      write(home + config, "x = 1\rapi_url = \"old\"\rapi_key = \"k\"\r");
+                  },
+                  "k", "", ""},
+        OnDiskRow{"HasAHomeThatCannotBeWritten",
+                  // A file where the directory should be: no one may create anything below it,
+                  // root included.
+                  [](const QString& home) { write(home + "/.vantrel", "not a directory"); },
+                  std::nullopt, "Not a directory", "Not a directory"}),
+    [](const auto& row) { return std::string(row.param.name); });
 
 } // namespace

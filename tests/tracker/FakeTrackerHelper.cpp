@@ -8,13 +8,18 @@
 //   stdout-file FILE      copy FILE to standard output; "stderr-file FILE" likewise
 //   close-stdin           close standard input
 //   wait-stdin-eof        read standard input until it ends
+//   flood STREAM [BYTES]  write BYTES (or, without a count, endless) "x" to stdout or stderr
+//   ignore-term           ignore SIGTERM from here on
+//   raise SIGNAL          send itself signal number SIGNAL
 //   sleep SECONDS         sleep
 //   hang                  wait for a signal forever
 //   exit N                exit with status N (the end of the script exits with 0)
 // Plain C++ without Qt so that it starts as fast as a real helper would.
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -86,6 +91,23 @@ int main(int argc, char** argv) {
             std::ifstream file(argument, std::ios::binary);
             writeAll(directive == "stdout-file" ? 1 : 2,
                      std::string(std::istreambuf_iterator<char>(file), {}));
+        } else if (directive == "flood") {
+            const size_t count = argument.find(' ');
+            const int fd = argument.substr(0, count) == "stdout" ? 1 : 2;
+            size_t left =
+                count == std::string::npos ? SIZE_MAX : std::stoul(argument.substr(count));
+            const std::string chunk(65536, 'x');
+            while (left > 0) {
+                const size_t size = std::min(left, chunk.size());
+                if (write(fd, chunk.data(), size) <= 0) {
+                    break; // the reader has gone
+                }
+                left -= left == SIZE_MAX ? 0 : size;
+            }
+        } else if (directive == "ignore-term") {
+            std::signal(SIGTERM, SIG_IGN);
+        } else if (directive == "raise") {
+            std::raise(std::stoi(argument));
         } else if (directive == "close-stdin") {
             close(0);
         } else if (directive == "wait-stdin-eof") {

@@ -1,6 +1,7 @@
 #include "ui/SymbolIcon.h"
 
 #include "ui/HealthAppearance.h"
+#include "ui/TrayIconArtwork.h"
 
 #include <QImage>
 #include <QSet>
@@ -95,4 +96,19 @@ TEST(HealthAppearance, everyStateHasItsOwnDrawnSymbolAndAVisibleColour) {
     EXPECT_EQ(HealthAppearance::colour(TrackerHealth::Kind::signInRequired, palette),
               QColor(1, 2, 3));
     EXPECT_EQ(HealthAppearance::colour(TrackerHealth::Kind::connecting, palette), QColor(4, 5, 6));
+}
+
+TEST(TrayIconArtwork, drawsTheMarkWithABadgeInTheStatesColourAtEveryTraySize) {
+    QPalette palette;
+    const QIcon icon = TrayIconArtwork::icon(TrackerHealth::Kind::offline, palette);
+    for (const int size : TrayIconArtwork::sizes) {
+        SCOPED_TRACE(size);
+        EXPECT_TRUE(icon.availableSizes().contains(QSize(size, size)));
+        const QImage image = TrayIconArtwork::image(TrackerHealth::Kind::offline, palette, size)
+                                 .convertToFormat(QImage::Format_ARGB32);
+        const int badgeCentre = size - size / 4;
+        EXPECT_EQ(image.pixelColor(badgeCentre, badgeCentre), HealthAppearance::orange());
+        const auto [ink, stray] = inkAndStrayPixels(image, TrayIconArtwork::markColour());
+        EXPECT_GT(ink - stray, size) << "the mark is missing";
+    }
 }

@@ -1,6 +1,6 @@
 // Renders the Settings and Diagnostics windows over test fakes into PNG files for the README:
 //   window_screenshots <output directory>
-// Not a test; scripts/make-window-screenshots.sh runs it offscreen.
+// Not a test; scripts/make-screenshots.sh runs it offscreen.
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
 #include "ui/DiagnosticsWindow.h"

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "ui/WindowDirectory.h"
+
+#include <QObject>
+
+#include <memory>
+
+class AppState;
+class MenuBarPresenter;
+class MenuBarView;
+class PanelWindow;
+class QApplicationController;
+class TrayHostWatching;
+class TrayIconPresenter;
+class TrayMenu;
+class TrayPresence;
+
+// Everything the user sees, built once over the one AppState: the tray icon and its panel (or the
+// panel as a window when the session has no tray), and the Settings and Diagnostics windows.
+class DesktopScenes {
+public:
+    DesktopScenes(AppState& appState, QApplicationController& application);
+    ~DesktopScenes();
+
+    // org.freedesktop.Application: Activate, and the named actions.
+    void activate();
+    bool activateAction(const QString& action);
+
+    static constexpr const char* applicationId = "com.keldor.Vantrel";
+    static constexpr const char* objectPath = "/com/keldor/Vantrel";
+
+private:
+    AppState& m_appState;
+    WindowDirectory m_windows;
+    std::unique_ptr<MenuBarPresenter> m_presenter;
+    std::unique_ptr<TrayIconPresenter> m_trayPresenter;
+    std::unique_ptr<PanelWindow> m_panel;
+    std::unique_ptr<TrayMenu> m_menu;
+    std::unique_ptr<TrayHostWatching> m_trayHost;
+    std::unique_ptr<TrayPresence> m_presence;
+};

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QList>
+#include <QPoint>
+#include <QRect>
+#include <QSize>
+
+// Where the tray panel opens: beside its anchor (the tray icon's geometry, or a 1×1 rectangle at
+// the cursor when the tray gives none), away from whichever screen edge is nearest, and kept
+// inside that screen's available area.
+class PanelPlacement {
+public:
+    struct Screen {
+        QRect geometry;
+        QRect availableGeometry;
+    };
+
+    // The panel's top-left corner. The screen is the one holding the anchor's centre, else the
+    // nearest one.
+    static QPoint topLeft(const QSize& panel, const QRect& anchor, const QList<Screen>& screens);
+
+    // The gap between the anchor and the panel.
+    static constexpr int gap = 4;
+};

@@ -1,0 +1,93 @@
+#include "ui/PanelWindow.h"
+
+#include "ui/PanelPlacement.h"
+
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QScreen>
+#include <QVBoxLayout>
+
+PanelWindow::PanelWindow(QWidget* content, QWidget* parent)
+    : QWidget(parent) {
+    setWindowTitle(QStringLiteral("Vantrel"));
+    setAccessibleName(QStringLiteral("Vantrel"));
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    layout->addWidget(content);
+    applyWindowFlags();
+    connect(qApp, &QGuiApplication::applicationStateChanged, this,
+            [this](Qt::ApplicationState state) {
+                if (m_trayMode && state != Qt::ApplicationActive && isVisible()) {
+                    hideAutomatically();
+                }
+            });
+}
+
+void PanelWindow::setTrayMode(bool trayMode) {
+    if (m_trayMode == trayMode) {
+        return;
+    }
+    const bool wasVisible = isVisible();
+    m_trayMode = trayMode;
+    applyWindowFlags();
+    // Changing the flags hides a window; one the user had open stays open.
+    if (wasVisible) {
+        show();
+    }
+}
+
+void PanelWindow::toggle(const QRect& anchor) {
+    if (isVisible()) {
+        hide();
+        return;
+    }
+    if (m_sinceAutomaticHide.isValid() &&
+        m_sinceAutomaticHide.elapsed() < retriggerGuardMilliseconds) {
+        return;
+    }
+    present(anchor);
+}
+
+void PanelWindow::present(const QRect& anchor) {
+    if (m_trayMode && !isVisible()) {
+        adjustSize();
+        placeBeside(anchor);
+    }
+    show();
+    raise();
+    activateWindow();
+}
+
+void PanelWindow::keyPressEvent(QKeyEvent* event) {
+    if (m_trayMode && event->key() == Qt::Key_Escape) {
+        hide();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void PanelWindow::applyWindowFlags() {
+    if (m_trayMode) {
+        setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    } else {
+        setWindowFlags(Qt::Window);
+    }
+}
+
+void PanelWindow::placeBeside(const QRect& anchor) {
+    // Wayland lets the compositor place windows; moving would be ignored at best.
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        return;
+    }
+    QList<PanelPlacement::Screen> screens;
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        screens.append({screen->geometry(), screen->availableGeometry()});
+    }
+    move(PanelPlacement::topLeft(size(), anchor, screens));
+}
+
+void PanelWindow::hideAutomatically() {
+    hide();
+    m_sinceAutomaticHide.start();
+}

@@ -1,0 +1,289 @@
+#include "ui/MenuBarView.h"
+
+#include "PanelTestSupport.h"
+#include "ui/HealthAppearance.h"
+#include "ui/MenuRowButton.h"
+#include "ui/PanelPlacement.h"
+#include "ui/TrayMenu.h"
+
+#include <QAbstractButton>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const auto rowName = [](const auto& row) { return std::string(row.param.name); };
+
+QStringList visibleButtons(const QWidget& view) {
+    QStringList texts;
+    for (const QAbstractButton* button : view.findChildren<QAbstractButton*>()) {
+        if (button->isVisibleTo(&view)) {
+            texts.append(button->text());
+        }
+    }
+    return texts;
+}
+
+QStringList visibleTexts(const QWidget& view) {
+    QStringList texts;
+    for (const QLabel* label : view.findChildren<QLabel*>()) {
+        if (label->isVisibleTo(&view) && !label->text().isEmpty()) {
+            texts.append(label->text());
+        }
+    }
+    return texts;
+}
+
+QAbstractButton* button(const QWidget& view, const QString& text) {
+    for (QAbstractButton* candidate : view.findChildren<QAbstractButton*>()) {
+        if (candidate->text() == text && candidate->isVisibleTo(&view)) {
+            return candidate;
+        }
+    }
+    return nullptr;
+}
+
+struct ShownRow {
+    const char* name;
+    std::function<void(PanelFixture&)> arrange;
+    QStringList buttons;
+    QStringList present;
+    QStringList absent;
+};
+
+class PanelView : public ::testing::TestWithParam<ShownRow> {};
+
+TEST_P(PanelView, showsTheStatesTextsAndButtons) {
+    PanelFixture fixture;
+    GetParam().arrange(fixture);
+    MenuBarView view(*fixture.presenter);
+    EXPECT_EQ(view.width(), 330);
+    EXPECT_EQ(visibleButtons(view), GetParam().buttons);
+    const QStringList texts = visibleTexts(view);
+    for (const QString& text : GetParam().present) {
+        EXPECT_TRUE(texts.contains(text))
+            << text.toStdString() << " in " << texts.join(" | ").toStdString();
+    }
+    for (const QString& text : GetParam().absent) {
+        EXPECT_FALSE(texts.contains(text)) << text.toStdString();
+    }
+}
+
+const QString caption = "Vantrel opens a secure browser page where you approve this Mac.";
+
+INSTANTIATE_TEST_SUITE_P(
+    States, PanelView,
+    ::testing::Values(
+        ShownRow{"signedOut",
+                 [](PanelFixture&) {},
+                 {"Sign In", "Settings…", "Diagnostics…", "Quit Vantrel"},
+                 {"Vantrel", "Sign in required", "Last sync", "Not synced yet", caption},
+                 {"Today"}},
+        ShownRow{"tracking",
+                 [](PanelFixture& f) {
+                     f.signIn();
+                     f.harness.supervisor.setHelperRunning(true);
+                     f.reportStatus([](TrackerStatus& s) {
+                         s.lastSuccessfulUploadAt = "2024-05-01T09:58:00Z";
+                     });
+                 },
+                 {"Open Dashboard", "Settings…", "Diagnostics…", "Sign Out", "Quit Vantrel"},
+                 {"Tracking", "Today", "—", "May 1, 2024, 9:58 AM", "(2 minutes ago)"},
+                 {caption, "Not synced yet"}},
+        ShownRow{"crashLocked",
+                 [](PanelFixture& f) {
+                     f.signIn();
+                     f.harness.supervisor.setCrashLocked(true);
+                 },
+                 {"Open Dashboard", "Retry Tracker", "Settings…", "Diagnostics…", "Sign Out",
+                  "Quit Vantrel"},
+                 {"Action required", "Tracker stopped after repeated crashes."},
+                 {}},
+        ShownRow{"signingIn",
+                 [](PanelFixture& f) { f.beginSignInWithCode(300); },
+                 {"Open Approval Page", "Cancel Sign In", "Settings…", "Diagnostics…", "Sign Out",
+                  "Quit Vantrel"},
+                 {"Confirmation code", "WDJB-MJHT", "Expires in", "5:00"},
+                 {"Today", caption}}),
+    rowName);
+
+TEST(PanelView, showsTheErrorInRedOnAtMostThreeLinesAndTheCodeSelectable) {
+    PanelFixture fixture;
+    fixture.harness.credentials.failLoad = -25293;
+    AsyncTest::run(fixture.state->start());
+    ASSERT_TRUE(fixture.state->presentedError());
+    MenuBarView view(*fixture.presenter);
+    QLabel* error = nullptr;
+    for (QLabel* label : view.findChildren<QLabel*>()) {
+        if (label->text() == *fixture.state->presentedError()) {
+            error = label;
+        }
+    }
+    ASSERT_NE(error, nullptr);
+    EXPECT_TRUE(error->isVisibleTo(&view));
+    EXPECT_EQ(error->palette().color(QPalette::WindowText), HealthAppearance::red());
+    EXPECT_LE(error->maximumHeight(), error->fontMetrics().lineSpacing() * 3);
+
+    fixture.beginSignInWithCode();
+    for (QLabel* label : view.findChildren<QLabel*>()) {
+        if (label->text() == "WDJB-MJHT") {
+            EXPECT_TRUE(label->textInteractionFlags() & Qt::TextSelectableByMouse);
+        }
+    }
+}
+
+// Each control, clicked in the panel or chosen in the tray menu, reaches its operation.
+struct ActionRow {
+    const char* name;
+    std::function<void(PanelFixture&)> arrange;
+    const char* control;
+    std::function<bool(PanelFixture&)> happened;
+};
+
+class PanelAction : public ::testing::TestWithParam<ActionRow> {};
+
+TEST_P(PanelAction, clickInThePanelCallsItsOperation) {
+    PanelFixture fixture;
+    GetParam().arrange(fixture);
+    MenuBarView view(*fixture.presenter);
+    QAbstractButton* control = button(view, GetParam().control);
+    ASSERT_NE(control, nullptr) << visibleButtons(view).join(", ").toStdString();
+    QTest::mouseClick(control, Qt::LeftButton);
+    EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
+}
+
+TEST_P(PanelAction, trayMenuEntryCallsTheSameOperation) {
+    PanelFixture fixture;
+    GetParam().arrange(fixture);
+    TrayMenu menu(*fixture.presenter);
+    QAction* entry = nullptr;
+    for (QAction* action : menu.actions()) {
+        if (action->text() == GetParam().control && action->isVisible()) {
+            entry = action;
+        }
+    }
+    if (!entry) {
+        GTEST_SKIP() << "the panel's own control";
+    }
+    entry->trigger();
+    EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
+}
+
+const auto signedIn = [](PanelFixture& f) { f.signIn(); };
+
+INSTANTIATE_TEST_SUITE_P(
+    Controls, PanelAction,
+    ::testing::Values(
+        ActionRow{"signIn", [](PanelFixture&) {}, "Sign In",
+                  [](PanelFixture& f) { return f.harness.authorizer.startCalls.size() == 1; }},
+        ActionRow{"openApprovalPage", [](PanelFixture& f) { f.beginSignInWithCode(); },
+                  "Open Approval Page",
+                  [](PanelFixture& f) {
+                      // The first opening is the sign-in's own.
+                      return f.harness.workspace.opened ==
+                             QList<QUrl>(2, QUrl("https://vantrel.app/device?code=WDJB"));
+                  }},
+        ActionRow{"cancelSignIn", [](PanelFixture& f) { f.beginSignInWithCode(); },
+                  "Cancel Sign In",
+                  [](PanelFixture& f) { return !f.state->isAuthorizingDevice(); }},
+        ActionRow{"openDashboard", signedIn, "Open Dashboard",
+                  [](PanelFixture& f) {
+                      return f.harness.workspace.opened.size() == 1 &&
+                             f.harness.workspace.opened.first().path().endsWith("/dashboard");
+                  }},
+        ActionRow{"retryTracker",
+                  [](PanelFixture& f) {
+                      f.signIn();
+                      f.harness.supervisor.setCrashLocked(true);
+                  },
+                  "Retry Tracker",
+                  [](PanelFixture& f) { return f.harness.supervisor.starts.size() == 2; }},
+        ActionRow{"settings", [](PanelFixture&) {}, "Settings…",
+                  [](PanelFixture& f) {
+                      return f.harness.application.activations == 1 &&
+                             f.harness.application.settingsWindowsShown == 1;
+                  }},
+        ActionRow{"diagnostics", [](PanelFixture&) {}, "Diagnostics…",
+                  [](PanelFixture& f) { return f.openedWindows == QStringList{"diagnostics"}; }},
+        ActionRow{"signOut", signedIn, "Sign Out",
+                  [](PanelFixture& f) { return !f.state->hasCredential(); }},
+        ActionRow{"quit", signedIn, "Quit Vantrel",
+                  [](PanelFixture& f) {
+                      return f.harness.application.terminations == 1 &&
+                             f.harness.supervisor.stops == QList<bool>{true};
+                  }}),
+    rowName);
+
+TEST(TrayMenu, opensThePanelFirstAndOffersSignInOrSignOutAsTheStateAllows) {
+    PanelFixture fixture;
+    TrayMenu menu(*fixture.presenter);
+    const auto visibleEntries = [&menu] {
+        QStringList texts;
+        for (const QAction* action : menu.actions()) {
+            if (action->isVisible() && !action->isSeparator()) {
+                texts.append(action->text());
+            }
+        }
+        return texts;
+    };
+    EXPECT_EQ(visibleEntries(), QStringList({"Open Vantrel", "Settings…", "Diagnostics…", "Sign In",
+                                             "Quit Vantrel"}));
+    fixture.signIn();
+    EXPECT_EQ(visibleEntries(), QStringList({"Open Vantrel", "Settings…", "Diagnostics…",
+                                             "Sign Out", "Quit Vantrel"}));
+    QSignalSpy opened(&menu, &TrayMenu::openRequested);
+    menu.openAction()->trigger();
+    EXPECT_EQ(opened.size(), 1);
+}
+
+// Placement beside the anchor on a 1920×1080 screen whose panel takes 32 px at one edge.
+struct PlacementRow {
+    const char* name;
+    QList<PanelPlacement::Screen> screens;
+    QRect anchor;
+    QPoint expected;
+};
+
+class Placement : public ::testing::TestWithParam<PlacementRow> {};
+
+TEST_P(Placement, opensAwayFromTheNearestEdgeInsideTheAvailableArea) {
+    EXPECT_EQ(PanelPlacement::topLeft(QSize(330, 400), GetParam().anchor, GetParam().screens),
+              GetParam().expected);
+}
+
+const QRect full(0, 0, 1920, 1080);
+const QList<PanelPlacement::Screen> topBar{{full, QRect(0, 32, 1920, 1048)}};
+const QList<PanelPlacement::Screen> bottomBar{{full, QRect(0, 0, 1920, 1048)}};
+const QList<PanelPlacement::Screen> leftBar{{full, QRect(48, 0, 1872, 1080)}};
+const QList<PanelPlacement::Screen> rightBar{{full, QRect(0, 0, 1872, 1080)}};
+// A second screen to the right, taller and offset, with its own bar at the top.
+const QList<PanelPlacement::Screen> twoScreens{
+    {full, QRect(0, 0, 1920, 1080)},
+    {QRect(1920, -200, 2560, 1440), QRect(1920, -170, 2560, 1410)}};
+
+INSTANTIATE_TEST_SUITE_P(
+    Edges, Placement,
+    ::testing::Values(
+        PlacementRow{"belowAnIconAtTheTop", topBar, QRect(1000, 4, 24, 24), QPoint(846, 32)},
+        PlacementRow{"aboveAnIconAtTheBottom", bottomBar, QRect(1000, 1052, 24, 24),
+                     QPoint(846, 648)},
+        PlacementRow{"rightOfAnIconAtTheLeft", leftBar, QRect(12, 500, 24, 24), QPoint(48, 311)},
+        PlacementRow{"leftOfAnIconAtTheRight", rightBar, QRect(1884, 500, 24, 24),
+                     QPoint(1542, 311)},
+        PlacementRow{"clampedAtTheTopRightCorner", topBar, QRect(1900, 4, 16, 16),
+                     QPoint(1590, 32)},
+        // Nearer the left edge than the bottom: beside the icon, lifted above the bar.
+        PlacementRow{"besideAnIconInTheBottomLeftCorner", bottomBar, QRect(2, 1060, 16, 16),
+                     QPoint(22, 648)},
+        PlacementRow{"cursorOnlyOnTheSecondScreen", twoScreens, QRect(3000, -190, 1, 1),
+                     QPoint(2835, -170)},
+        PlacementRow{"iconOnTheSecondScreensRightEdge", twoScreens, QRect(4470, 600, 8, 8),
+                     QPoint(4136, 403)},
+        PlacementRow{"anchorBetweenScreensUsesTheNearest", twoScreens, QRect(1919, 1200, 1, 1),
+                     QPoint(1924, 840)}),
+    rowName);
+
+} // namespace

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "support/AppFakes.h"
+#include "support/AsyncTest.h"
+#include "ui/MenuBarPresenter.h"
+#include "ui/Ticking.h"
+
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+// A tick source driven by the test.
+class FakeTicker : public Ticking {
+    Q_OBJECT
+public:
+    void start(std::chrono::milliseconds value) override {
+        interval = value;
+        active = true;
+    }
+    void stop() override { active = false; }
+    bool isActive() const override { return active; }
+    void fire() { Q_EMIT ticked(); }
+
+    std::chrono::milliseconds interval{0};
+    bool active = false;
+};
+
+// One AppState over fakes, with a presenter on virtual time: `now` moves only when a test moves
+// it. Scenarios bring the state to where a test needs it through the application's own
+// operations.
+struct PanelFixture {
+    PanelFixture();
+    ~PanelFixture();
+
+    // The ticker the presenter made first (the "Last sync" timeline) and second (the countdown).
+    FakeTicker& lastSyncTicker() const { return *tickers.at(0); }
+    FakeTicker& countdownTicker() const { return *tickers.at(1); }
+
+    void signIn(const QString& key = QStringLiteral("vk_stored"));
+    void reportStatus(const std::function<void(TrackerStatus&)>& edit);
+    // Starts a browser sign-in that waits for approval with its code shown.
+    void beginSignInWithCode(qint64 expiresInSeconds = 900);
+
+    AppHarness harness;
+    std::unique_ptr<AppState> state;
+    QDateTime now = QDateTime(QDate(2024, 5, 1), QTime(10, 0), Qt::UTC);
+    QList<FakeTicker*> tickers;
+    QStringList openedWindows;
+    std::unique_ptr<MenuBarPresenter> presenter;
+};
