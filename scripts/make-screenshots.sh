@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Renders the tray panel in each state over test fakes into docs/screenshots:
+# Renders the tray panel in each state and the Settings and Diagnostics windows over test fakes
+# into docs/screenshots:
 #   scripts/make-screenshots.sh [build directory]
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${1:-$root/build}"
-cmake --build "$build" --target panel_screenshots
+cmake --build "$build" --target panel_screenshots window_screenshots
 mkdir -p "$root/docs/screenshots"
 "$build/bin/panel_screenshots" "$root/docs/screenshots"
+QT_QPA_PLATFORM=offscreen "$build/bin/window_screenshots" "$root/docs/screenshots"

@@ -4,9 +4,10 @@
 #include "ui/MenuBarPresenter.h"
 #include "ui/MenuBarView.h"
 #include "ui/PanelWindow.h"
-#include "ui/PlaceholderWindow.h"
+#include "ui/DiagnosticsWindow.h"
 #include "ui/QApplicationController.h"
 #include "ui/QTimerTicker.h"
+#include "ui/SettingsWindow.h"
 #include "ui/StatusNotifierTrayHostWatcher.h"
 #include "ui/TrayIconPresenter.h"
 #include "ui/TrayMenu.h"
@@ -16,12 +17,11 @@
 
 DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& application)
     : m_appState(appState) {
-    // Until the real windows exist, their entries open stand-ins.
-    m_windows.add(QStringLiteral("settings"), [] {
-        return new PlaceholderWindow(QStringLiteral("Vantrel Settings"), QSize(480, 360));
-    });
-    m_windows.add(QStringLiteral("diagnostics"), [] {
-        return new PlaceholderWindow(QStringLiteral("Vantrel Diagnostics"), QSize(560, 480));
+    // Made on first opening: most sessions never open either window.
+    m_windows.add(QStringLiteral("settings"),
+                  [&appState] { return new SettingsWindow(appState); });
+    m_windows.add(QStringLiteral("diagnostics"), [&appState] {
+        return new DiagnosticsWindow(appState, *appState.supervisor());
     });
     application.settingsWindowOpener = [this] { m_windows.open(QStringLiteral("settings")); };
 

@@ -1,0 +1,108 @@
+#include "ui/SettingsWindow.h"
+
+#include "support/AppFakes.h"
+#include "support/AsyncTest.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QToolButton>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct SettingsScene {
+    explicit SettingsScene(bool signedIn) {
+        if (signedIn) {
+            harness.credentials.stored = "vk_live_1";
+            AsyncTest::run(state->start());
+        }
+    }
+
+    QLineEdit* field(const char* name) { return window.findChild<QLineEdit*>(name); }
+    QPushButton* button(const QString& text) {
+        for (auto* candidate : window.findChildren<QPushButton*>()) {
+            if (candidate->text() == text) {
+                return candidate;
+            }
+        }
+        return nullptr;
+    }
+    QLabel* feedback() { return window.findChild<QLabel*>("feedback"); }
+    QColor feedbackColour() { return feedback()->palette().color(QPalette::WindowText); }
+    void expandAdvanced() { window.findChild<QToolButton*>("advancedToggle")->setChecked(true); }
+    void showAndSettle() {
+        window.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+        AsyncTest::spin(std::chrono::milliseconds(20));
+    }
+
+    AppHarness harness;
+    std::unique_ptr<AppState> state = harness.make(false);
+    SettingsWindow window{*state};
+};
+
+TEST(SettingsWindow, ReturnSavesTheFieldsAsTypedThenClearsTheKeyInGreen) {
+    SettingsScene scene(false);
+    scene.showAndSettle();
+    EXPECT_EQ(scene.window.size(), QSize(560, 390));
+    EXPECT_FALSE(scene.field("serverURL")->isVisible()) << "advanced settings start collapsed";
+    EXPECT_EQ(scene.field("apiKey")->echoMode(), QLineEdit::Password);
+    EXPECT_EQ(scene.field("apiKey")->accessibleName(), "API key");
+    EXPECT_FALSE(scene.feedback()->isVisible());
+
+    scene.expandAdvanced();
+    scene.field("serverURL")->setText("https://self-hosted.example/api/");
+    QTest::keyClicks(scene.field("apiKey"), " vk_manual ");
+    scene.window.findChild<QCheckBox*>()->setChecked(false);
+    QTest::keyClick(scene.field("apiKey"), Qt::Key_Return);
+
+    EXPECT_EQ(scene.harness.credentials.stored, "vk_manual");
+    EXPECT_EQ(scene.harness.defaults.values.value("serverURL"), "https://self-hosted.example/api");
+    EXPECT_EQ(scene.harness.loginItems.calls, QList<bool>{false});
+    EXPECT_TRUE(scene.field("apiKey")->text().isEmpty());
+    EXPECT_EQ(scene.feedback()->text(), "Saved. The tracker is using the updated settings.");
+    EXPECT_TRUE(scene.feedback()->isVisible());
+    EXPECT_EQ(scene.feedbackColour().green(), scene.feedbackColour().value());
+    // The key field is now titled for a stored credential.
+    EXPECT_EQ(scene.field("apiKey")->accessibleName(), "Replace API key");
+    EXPECT_TRUE(scene.window.isVisible()) << "saving does not close the window";
+}
+
+TEST(SettingsWindow, AFailedSaveKeepsEveryFieldAndShowsTheErrorInRed) {
+    SettingsScene scene(true);
+    scene.showAndSettle();
+    scene.expandAdvanced();
+    scene.field("serverURL")->setText("http://plain.example");
+    scene.field("apiKey")->setText("vk_typed");
+    scene.button("Save Changes")->click();
+
+    EXPECT_EQ(scene.feedback()->text(), "Enter a valid HTTPS Vantrel API URL.");
+    EXPECT_EQ(scene.feedbackColour().red(), scene.feedbackColour().value());
+    EXPECT_EQ(scene.field("serverURL")->text(), "http://plain.example");
+    EXPECT_EQ(scene.field("apiKey")->text(), "vk_typed");
+    EXPECT_EQ(scene.harness.credentials.stored, "vk_live_1");
+}
+
+TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReopensWithTheApplicationsUrl) {
+    SettingsScene scene(true);
+    scene.expandAdvanced();
+    scene.field("serverURL")->setFocus(); // where a remembered focus would put the cursor
+    scene.showAndSettle();
+    EXPECT_EQ(qobject_cast<QLineEdit*>(QApplication::focusWidget()), nullptr);
+
+    scene.field("serverURL")->setText("https://unsaved.example");
+    scene.field("apiKey")->setText("vk_typed");
+    QTest::keyClick(&scene.window, Qt::Key_Escape);
+    EXPECT_FALSE(scene.window.isVisible());
+    scene.showAndSettle();
+
+    EXPECT_EQ(scene.field("serverURL")->text(), scene.state->serverURL());
+    EXPECT_EQ(scene.field("apiKey")->text(), "vk_typed");
+}
+
+} // namespace
