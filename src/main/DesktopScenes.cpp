@@ -1,10 +1,10 @@
 #include "main/DesktopScenes.h"
 
 #include "app/AppState.h"
+#include "ui/DiagnosticsWindow.h"
 #include "ui/MenuBarPresenter.h"
 #include "ui/MenuBarView.h"
 #include "ui/PanelWindow.h"
-#include "ui/DiagnosticsWindow.h"
 #include "ui/QApplicationController.h"
 #include "ui/QTimerTicker.h"
 #include "ui/SettingsWindow.h"
@@ -18,11 +18,9 @@
 DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& application)
     : m_appState(appState) {
     // Made on first opening: most sessions never open either window.
-    m_windows.add(QStringLiteral("settings"),
-                  [&appState] { return new SettingsWindow(appState); });
-    m_windows.add(QStringLiteral("diagnostics"), [&appState] {
-        return new DiagnosticsWindow(appState, *appState.supervisor());
-    });
+    m_windows.add(QStringLiteral("settings"), [&appState] { return new SettingsWindow(appState); });
+    m_windows.add(QStringLiteral("diagnostics"),
+                  [&appState] { return new DiagnosticsWindow(appState, *appState.supervisor()); });
     application.settingsWindowOpener = [this] { m_windows.open(QStringLiteral("settings")); };
 
     m_presenter = std::make_unique<MenuBarPresenter>(
