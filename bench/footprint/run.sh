@@ -2,7 +2,7 @@
 # The footprint of the application against a bare Qt tray program, both on a virtual X server
 # with a stand-in tray host, in a private session bus and keyring, beside a local HTTPS service:
 #
-#   bench/footprint/run.sh [--quick] [--detail] <build dir>
+#   bench/footprint/run.sh [--quick] [--detail] [--without-extra-authorities] <build dir>
 #
 # --quick shortens the settle and idle windows (a smoke run); --detail also lists the largest
 # mappings of each process. Takes about three minutes without --quick.
@@ -15,7 +15,7 @@ while [ $# -gt 0 ] && [ "${1#--}" != "$1" ]; do
     shift
 done
 if [ $# -ne 1 ]; then
-    echo "usage: $0 [--quick] [--detail] <build dir>" >&2
+    echo "usage: $0 [--quick] [--detail] [--without-extra-authorities] <build dir>" >&2
     exit 2
 fi
 build="$(cd "$1" && pwd)"

@@ -1,12 +1,12 @@
 #include "main/CompositionRoot.h"
 
 #include "api/DeviceAuthorizationClient.h"
-#include "api/EnvironmentCertificateTrust.h"
 #include "api/NetworkAccessDeviceAuthorizationTransport.h"
 #include "api/NetworkAccessTodaySummaryTransport.h"
 #include "api/TodaySummaryClient.h"
 #include "api/TodaySummaryPoller.h"
 #include "app/AppState.h"
+#include "main/FirstRequestPreparedNetworkAccessManager.h"
 #include "system/HostnamedHostNamer.h"
 #include "system/InstallLayout.h"
 #include "system/LegacyTrackerMigration.h"
@@ -25,23 +25,9 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QNetworkProxyFactory>
-#include <QProcessEnvironment>
 #include <QStandardPaths>
 
 #include <unistd.h>
-
-namespace {
-
-QNetworkAccessManager* prepareNetwork(QNetworkAccessManager& network) {
-    // Before the first request: connections keep the TLS settings they were opened with.
-    EnvironmentCertificateTrust::install(QProcessEnvironment::systemEnvironment());
-    QNetworkProxyFactory::setUseSystemConfiguration(true);
-    network.setCache(nullptr);
-    return &network;
-}
-
-} // namespace
 
 // In creation order; members are destroyed in reverse, so everything outlives its users.
 struct CompositionRoot::Collaborators {
@@ -56,8 +42,8 @@ struct CompositionRoot::Collaborators {
         QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation),
         QCoreApplication::applicationFilePath()};
     QProcessSystemCommandRunner commandRunner;
-    QNetworkAccessManager network;
-    NetworkAccessDeviceAuthorizationTransport deviceAuthorizationTransport{prepareNetwork(network)};
+    FirstRequestPreparedNetworkAccessManager network;
+    NetworkAccessDeviceAuthorizationTransport deviceAuthorizationTransport{&network};
     DeviceAuthorizationClient deviceAuthorizer{&deviceAuthorizationTransport,
                                                [] { return QDateTime::currentDateTimeUtc(); }};
     NetworkAccessTodaySummaryTransport todaySummaryTransport{&network};

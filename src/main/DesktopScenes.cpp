@@ -1,6 +1,7 @@
 #include "main/DesktopScenes.h"
 
 #include "app/AppState.h"
+#include "main/HeapTrimmer.h"
 #include "ui/DiagnosticsWindow.h"
 #include "ui/MenuBarPresenter.h"
 #include "ui/MenuBarView.h"
@@ -15,12 +16,30 @@
 
 #include <QDBusConnection>
 
-DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& application)
+namespace {
+
+QWidget* releasedOnClose(QWidget* window, HeapTrimmer& trimmer) {
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(window, &QObject::destroyed, &trimmer, &HeapTrimmer::schedule);
+    return window;
+}
+
+} // namespace
+
+DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& application,
+                             HeapTrimmer& trimmer)
     : m_appState(appState) {
-    // Made on first opening: most sessions never open either window.
-    m_windows.add(QStringLiteral("settings"), [&appState] { return new SettingsWindow(appState); });
-    m_windows.add(QStringLiteral("diagnostics"),
-                  [&appState] { return new DiagnosticsWindow(appState, *appState.supervisor()); });
+    // Made on each opening and released on closing: most of the day no window is open, and
+    // neither window holds anything of its own beyond the Settings form's edits.
+    m_windows.add(QStringLiteral("settings"), [this, &appState, &trimmer] {
+        if (!m_settings) {
+            m_settings = std::make_unique<SettingsPresenter>(appState);
+        }
+        return releasedOnClose(new SettingsWindow(*m_settings), trimmer);
+    });
+    m_windows.add(QStringLiteral("diagnostics"), [&appState, &trimmer] {
+        return releasedOnClose(new DiagnosticsWindow(appState, *appState.supervisor()), trimmer);
+    });
     application.settingsWindowOpener = [this] { m_windows.open(QStringLiteral("settings")); };
 
     m_presenter = std::make_unique<MenuBarPresenter>(
@@ -28,7 +47,11 @@ DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& applica
         [] { return std::make_unique<QTimerTicker>(); },
         [this](const QString& identifier) { m_windows.open(identifier); });
     m_trayPresenter = std::make_unique<TrayIconPresenter>(appState);
-    m_panel = std::make_unique<PanelWindow>(new MenuBarView(*m_presenter));
+    m_panel = std::make_unique<PanelWindow>([this, &trimmer] {
+        auto* content = new MenuBarView(*m_presenter);
+        QObject::connect(content, &QObject::destroyed, &trimmer, &HeapTrimmer::schedule);
+        return content;
+    });
     m_menu = std::make_unique<TrayMenu>(*m_presenter);
     m_trayHost = std::make_unique<StatusNotifierTrayHostWatcher>(QDBusConnection::sessionBus());
     m_presence = std::make_unique<TrayPresence>(*m_trayHost, *m_trayPresenter, *m_menu, *m_panel);

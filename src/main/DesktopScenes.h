@@ -7,10 +7,12 @@
 #include <memory>
 
 class AppState;
+class HeapTrimmer;
 class MenuBarPresenter;
 class MenuBarView;
 class PanelWindow;
 class QApplicationController;
+class SettingsPresenter;
 class TrayHostWatching;
 class TrayIconPresenter;
 class TrayMenu;
@@ -20,7 +22,8 @@ class TrayPresence;
 // panel as a window when the session has no tray), and the Settings and Diagnostics windows.
 class DesktopScenes {
 public:
-    DesktopScenes(AppState& appState, QApplicationController& application);
+    // The trimmer runs after a window or the panel was closed.
+    DesktopScenes(AppState& appState, QApplicationController& application, HeapTrimmer& trimmer);
     ~DesktopScenes();
 
     // org.freedesktop.Application: Activate, and the named actions.
@@ -32,6 +35,8 @@ public:
 
 private:
     AppState& m_appState;
+    // Outlives the Settings windows it serves: what the user typed survives closing the window.
+    std::unique_ptr<SettingsPresenter> m_settings;
     WindowDirectory m_windows;
     std::unique_ptr<MenuBarPresenter> m_presenter;
     std::unique_ptr<TrayIconPresenter> m_trayPresenter;

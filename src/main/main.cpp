@@ -1,6 +1,7 @@
 #include "app/AppState.h"
 #include "main/CompositionRoot.h"
 #include "main/DesktopScenes.h"
+#include "main/HeapTrimmer.h"
 #include "main/TerminationSignalWatcher.h"
 #include "ui/ConsoleStatusView.h"
 #include "ui/FreedesktopApplicationAdaptor.h"
@@ -110,13 +111,19 @@ int main(int argc, char** argv) {
     CompositionRoot root;
     AppState& state = root.makeAppState(!isRunningTests);
     appState = &state;
+    HeapTrimmer heapTrimmer;
+    QObject::connect(&state, &AppState::isStartingChanged, &heapTrimmer, [&state, &heapTrimmer] {
+        if (!state.isStarting()) {
+            heapTrimmer.schedule();
+        }
+    });
     TerminationSignalWatcher termination([&state] { state.quit(); });
 
     const QString platform = QGuiApplication::platformName();
     std::unique_ptr<ConsoleStatusView> console;
     QFile consoleFile;
     if (platform != QLatin1String("offscreen") && platform != QLatin1String("minimal")) {
-        scenes = std::make_unique<DesktopScenes>(state, root.applicationController());
+        scenes = std::make_unique<DesktopScenes>(state, root.applicationController(), heapTrimmer);
         if (action) {
             scenes->activateAction(*action);
         }

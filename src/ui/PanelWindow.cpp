@@ -7,14 +7,14 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
-PanelWindow::PanelWindow(QWidget* content, QWidget* parent)
-    : QWidget(parent) {
+PanelWindow::PanelWindow(ContentFactory makeContent, QWidget* parent)
+    : QWidget(parent)
+    , m_makeContent(std::move(makeContent)) {
     setWindowTitle(QStringLiteral("Vantrel"));
     setAccessibleName(QStringLiteral("Vantrel"));
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSizeConstraint(QLayout::SetFixedSize);
-    layout->addWidget(content);
     applyWindowFlags();
     connect(qApp, &QGuiApplication::applicationStateChanged, this,
             [this](Qt::ApplicationState state) {
@@ -33,6 +33,7 @@ void PanelWindow::setTrayMode(bool trayMode) {
     applyWindowFlags();
     // Changing the flags hides a window; one the user had open stays open.
     if (wasVisible) {
+        makeContent();
         show();
     }
 }
@@ -50,6 +51,7 @@ void PanelWindow::toggle(const QRect& anchor) {
 }
 
 void PanelWindow::present(const QRect& anchor) {
+    makeContent();
     if (m_trayMode && !isVisible()) {
         adjustSize();
         placeBeside(anchor);
@@ -65,6 +67,25 @@ void PanelWindow::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QWidget::keyPressEvent(event);
+}
+
+void PanelWindow::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    // A minimised window is still visible and keeps its content.
+    if (m_content && !isVisible()) {
+        QWidget* content = m_content;
+        m_content = nullptr;
+        layout()->removeWidget(content);
+        content->hide();
+        content->deleteLater();
+    }
+}
+
+void PanelWindow::makeContent() {
+    if (!m_content) {
+        m_content = m_makeContent();
+        layout()->addWidget(m_content);
+    }
 }
 
 void PanelWindow::applyWindowFlags() {

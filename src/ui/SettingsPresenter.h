@@ -8,7 +8,8 @@
 class AppState;
 
 // What the Settings window shows and what its controls do, without widgets. It holds the form's
-// own edits (URL, replacement key, switch, feedback); nothing takes effect before save().
+// own edits (URL, replacement key, switch, feedback); nothing takes effect before save(). It may
+// outlive its window, so that a typed key survives closing and reopening it.
 class SettingsPresenter : public QObject {
     Q_OBJECT
 public:
@@ -28,6 +29,10 @@ public:
     void setServerURL(const QString& text) { m_serverURL = text; }
     void setReplacementAPIKey(const QString& text) { m_replacementAPIKey = text; }
     void setLaunchAtLogin(bool enabled) { m_launchAtLogin = enabled; }
+
+    // Whether "Advanced connection settings" is open; it stays as the user left it.
+    bool isAdvancedExpanded() const { return m_advancedExpanded; }
+    void setAdvancedExpanded(bool expanded) { m_advancedExpanded = expanded; }
 
     // The outcome of the last save (signal: feedbackChanged).
     const std::optional<QString>& feedback() const { return m_feedback; }
@@ -54,5 +59,6 @@ private:
     QString m_serverURL;
     QString m_replacementAPIKey;
     bool m_launchAtLogin = true;
+    bool m_advancedExpanded = false;
     std::optional<QString> m_feedback;
 };

@@ -45,8 +45,19 @@ void setTextKeepingCursor(QLineEdit* field, const QString& text) {
 } // namespace
 
 SettingsWindow::SettingsWindow(AppState& state, QWidget* parent)
+    : SettingsWindow(std::make_unique<SettingsPresenter>(state), parent) {}
+
+SettingsWindow::SettingsWindow(SettingsPresenter& presenter, QWidget* parent)
+    : SettingsWindow(std::unique_ptr<SettingsPresenter>(), presenter, parent) {}
+
+SettingsWindow::SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter, QWidget* parent)
+    : SettingsWindow(std::move(ownPresenter), *ownPresenter, parent) {}
+
+SettingsWindow::SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter,
+                               SettingsPresenter& presenter, QWidget* parent)
     : QDialog(parent)
-    , m_presenter(state) {
+    , m_ownPresenter(std::move(ownPresenter))
+    , m_presenter(presenter) {
     setObjectName(QStringLiteral("settings"));
     setWindowTitle(QStringLiteral("Vantrel Settings"));
     setFixedSize(560, 390);
@@ -114,13 +125,16 @@ QWidget* SettingsWindow::makeConnectionSection() {
     advanced->addRow(captionLabel(QStringLiteral(
         "Manual keys remain available for self-hosted and Waka-compatible setups. Saving "
         "restarts the local tracker safely.")));
-    m_advancedContent->setVisible(false);
     layout->addWidget(m_advancedContent);
 
-    connect(m_advancedToggle, &QToolButton::toggled, this, [this](bool expanded) {
+    const auto expand = [this](bool expanded) {
         m_advancedToggle->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
         m_advancedContent->setVisible(expanded);
-    });
+        m_presenter.setAdvancedExpanded(expanded);
+    };
+    m_advancedToggle->setChecked(m_presenter.isAdvancedExpanded());
+    expand(m_presenter.isAdvancedExpanded());
+    connect(m_advancedToggle, &QToolButton::toggled, this, expand);
     // textChanged rather than textEdited: text set by assistive technology arrives as setText.
     connect(m_serverURLField, &QLineEdit::textChanged, &m_presenter,
             &SettingsPresenter::setServerURL);

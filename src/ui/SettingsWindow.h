@@ -4,6 +4,8 @@
 
 #include <QDialog>
 
+#include <memory>
+
 class AppState;
 class QCheckBox;
 class QLabel;
@@ -18,7 +20,10 @@ class QWidget;
 class SettingsWindow : public QDialog {
     Q_OBJECT
 public:
+    // With a presenter of its own.
     explicit SettingsWindow(AppState& state, QWidget* parent = nullptr);
+    // Rendering a presenter that outlives it.
+    explicit SettingsWindow(SettingsPresenter& presenter, QWidget* parent = nullptr);
 
     SettingsPresenter& presenter() { return m_presenter; }
 
@@ -26,6 +31,9 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter, QWidget* parent);
+    SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter, SettingsPresenter& presenter,
+                   QWidget* parent);
     QWidget* makeConnectionSection();
     QWidget* makeStartupSection();
     QWidget* makeActionSection();
@@ -34,7 +42,8 @@ private:
     void renderFeedback();
     void clearInitialFocus();
 
-    SettingsPresenter m_presenter;
+    std::unique_ptr<SettingsPresenter> m_ownPresenter;
+    SettingsPresenter& m_presenter;
     QLabel* m_description = nullptr;
     QPushButton* m_signInButton = nullptr;
     QToolButton* m_advancedToggle = nullptr;

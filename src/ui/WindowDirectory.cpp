@@ -1,5 +1,12 @@
 #include "ui/WindowDirectory.h"
 
+WindowDirectory::~WindowDirectory() {
+    // The windows observe objects that do not outlive the directory's owner.
+    for (const Entry& entry : std::as_const(m_entries)) {
+        delete entry.window.data();
+    }
+}
+
 void WindowDirectory::add(const QString& identifier, Factory factory) {
     m_entries.insert(identifier, Entry{std::move(factory), {}});
 }
@@ -11,7 +18,6 @@ bool WindowDirectory::open(const QString& identifier) {
     }
     if (!found->window) {
         found->window = found->factory();
-        // Closing hides the window; it keeps its state for the next opening.
     }
     QWidget* window = found->window;
     if (window->isMinimized()) {

@@ -8,10 +8,16 @@
 #include <functional>
 
 // The application's windows by identity ("settings", "diagnostics"): each exists at most once, is
-// made on first opening and brought forward when opened again.
+// made on first opening and brought forward when opened again. A window the factory marks
+// Qt::WA_DeleteOnClose is made afresh after each closing; any still open go with the directory.
 class WindowDirectory {
 public:
     using Factory = std::function<QWidget*()>;
+
+    WindowDirectory() = default;
+    WindowDirectory(const WindowDirectory&) = delete;
+    WindowDirectory& operator=(const WindowDirectory&) = delete;
+    ~WindowDirectory();
 
     void add(const QString& identifier, Factory factory);
     // Opens the window; false for an identity nobody added.
