@@ -105,4 +105,24 @@ TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReopensWithTheApplicationsUrl) 
     EXPECT_EQ(scene.field("apiKey")->text(), "vk_typed");
 }
 
+TEST(SettingsWindow, AWindowMadeAfreshTakesOverTheTypedKeyAndTheOpenSection) {
+    AppHarness harness;
+    std::unique_ptr<AppState> state = harness.make(false);
+    SettingsPresenter presenter(*state);
+    {
+        SettingsWindow first(presenter);
+        first.findChild<QToolButton*>("advancedToggle")->setChecked(true);
+        first.findChild<QLineEdit*>("serverURL")->setText("https://unsaved.example");
+        first.findChild<QLineEdit*>("apiKey")->setText("vk_typed");
+    }
+    SettingsWindow second(presenter);
+    second.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&second));
+
+    EXPECT_TRUE(second.findChild<QToolButton*>("advancedToggle")->isChecked());
+    EXPECT_TRUE(second.findChild<QLineEdit*>("apiKey")->isVisible());
+    EXPECT_EQ(second.findChild<QLineEdit*>("apiKey")->text(), "vk_typed");
+    EXPECT_EQ(second.findChild<QLineEdit*>("serverURL")->text(), state->serverURL());
+}
+
 } // namespace
