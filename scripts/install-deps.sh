@@ -10,8 +10,9 @@ packages=(
   # Real services the tests start: a private D-Bus session with a keyring, a throwaway
   # certificate authority, and the desktop-entry validator.
   dbus-daemon dbus-bin gnome-keyring libsecret-tools openssl desktop-file-utils python3
-  # Windows under a virtual X server, and the formatter the tests check against.
-  xvfb xauth clang-format
+  # Windows under a virtual X server (xdpyinfo tells when it is up), and the formatter the tests
+  # check against.
+  xvfb xauth x11-utils clang-format
   # Building the Debian package and checking it as Debian does; the package's own run-time
   # dependencies, so installing it in the tests adds nothing to the machine.
   debhelper dpkg-dev lintian appstream man-db xdg-utils
