@@ -50,6 +50,8 @@ bool DesktopScenes::activateAction(const QString& action) {
         m_presenter->openDiagnostics();
     } else if (action == QLatin1String("sign-in")) {
         m_appState.beginDeviceAuthorization();
+    } else if (action == QLatin1String("sign-out")) {
+        m_appState.signOut();
     } else if (action == QLatin1String("quit")) {
         m_appState.quit();
     } else {

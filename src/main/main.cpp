@@ -55,8 +55,8 @@ int main(int argc, char** argv) {
     parser.addHelpOption();
     const QCommandLineOption actionOption(
         QStringLiteral("action"),
-        QStringLiteral("Perform an action of the running copy: settings, diagnostics, sign-in "
-                       "or quit."),
+        QStringLiteral("Perform an action of the running copy: settings, diagnostics, sign-in, "
+                       "sign-out or quit."),
         QStringLiteral("name"));
     parser.addOption(actionOption);
     parser.process(app);
