@@ -80,6 +80,7 @@ class DevService:
         return status, (json.loads(payload) if payload else None)
 
     def decide(self, user_code, decision="approve"):
+        """The HTTP status of the approval form's answer."""
         form = urllib.parse.urlencode({"user_code": user_code, "decision": decision}).encode()
         request = urllib.request.Request(
             f"http://127.0.0.1:{self.approval_port}/device", data=form, method="POST")
