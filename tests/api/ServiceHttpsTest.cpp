@@ -133,11 +133,11 @@ TEST_F(ServiceHttpsTest, BothClientsRequestsArriveAsBuilt) {
 // whole sign-in through it reads every request the clients build a second time, independently.
 TEST_F(ServiceHttpsTest, TheClientsCompleteASignInWithTheStrictDevelopmentService) {
     using namespace std::chrono_literals;
-    const QString base = "https://127.0.0.1:" +
-                         QString::fromUtf8(readFile(serverFile("dev-service/port"))) +
-                         "/api/vantrel/v1";
-    const DeviceAuthorizationSession session = AsyncTest::run(deviceClient.start(
-        base, QUuid::createUuid(), "Anna's \"laptop\" é", "0.6.1", {}));
+    const QString base =
+        "https://127.0.0.1:" + QString::fromUtf8(readFile(serverFile("dev-service/port"))) +
+        "/api/vantrel/v1";
+    const DeviceAuthorizationSession session = AsyncTest::run(
+        deviceClient.start(base, QUuid::createUuid(), "Anna's \"laptop\" é", "0.6.1", {}));
     EXPECT_EQ(session.interval, 0.2);
     AsyncTest::spin(300ms);
     EXPECT_EQ(outcomeOf<Error>(deviceClient.poll(base, session, {})),

@@ -93,7 +93,8 @@ check "signing out revokes the key on the service" \
     wait_for 30 grep -q "revoked key $fingerprint" "$work/service.log"
 check "signing out clears the keyring" wait_for 10 bash -c \
     "! secret-tool lookup service com.keldor.vantrel account tracker-api-key >/dev/null"
-kill -TERM "$app_pid" && wait "$app_pid" 2>/dev/null || true
+kill -TERM "$app_pid"
+wait "$app_pid" 2>/dev/null || true
 app_pid=""
 
 # The old key, handed to a fresh tracker as the application would: a first line on standard
