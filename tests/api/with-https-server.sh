@@ -32,7 +32,7 @@ server_pid=$!
 "$(dirname "$0")/../../dev/vantrel-dev-service" --dir "$work/dev-service" --interval 0.2 \
   --cert "$work/file.pem" --key "$work/file.key" &
 service_pid=$!
-for _ in $(seq 100); do
+for _ in $(seq 300); do
   [ -f "$work/stranger.port" ] && [ -f "$work/dev-service/port" ] && break
   sleep 0.1
 done
