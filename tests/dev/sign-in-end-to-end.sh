@@ -82,7 +82,7 @@ check "the status reaches Tracking with today's total" \
     wait_for 60 grep -q "Vantrel: Tracking.* — today [0-9]" "$work/app.out"
 road="$(grep -o 'Vantrel: [A-Za-z ]*' "$work/app.out" | sed 's/ *$//' | uniq | tr '\n' '|')"
 check "the road reads signed out, connecting, tracking ($road)" \
-    grep -q 'Sign in required|.*Connecting|Tracking|' <<<"$road"
+    grep -qF 'Sign in required|Vantrel: Connecting|Vantrel: Tracking|' <<<"$road"
 check "no request strayed from the contract" bash -c "! grep -q 'contract violation' '$work/service.log'"
 
 key="$(secret-tool lookup service com.keldor.vantrel account tracker-api-key)"
