@@ -10,6 +10,8 @@ packages=(
   # Real services the tests start: a private D-Bus session with a keyring, a throwaway
   # certificate authority, and the desktop-entry validator.
   dbus-daemon dbus-bin gnome-keyring libsecret-tools openssl desktop-file-utils python3
+  # The demo presses the application's actions over D-Bus.
+  libglib2.0-bin
   # Windows under a virtual X server, and the formatter the tests check against.
   xvfb xauth clang-format
   # Building the Debian package and checking it as Debian does; the package's own run-time
