@@ -15,8 +15,7 @@
 
 #include <QDBusConnection>
 
-DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& application)
-    : m_appState(appState) {
+DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& application) {
     // Made on first opening: most sessions never open either window.
     m_windows.add(QStringLiteral("settings"), [&appState] { return new SettingsWindow(appState); });
     m_windows.add(QStringLiteral("diagnostics"),
@@ -48,12 +47,6 @@ bool DesktopScenes::activateAction(const QString& action) {
         m_presenter->openSettings();
     } else if (action == QLatin1String("diagnostics")) {
         m_presenter->openDiagnostics();
-    } else if (action == QLatin1String("sign-in")) {
-        m_appState.beginDeviceAuthorization();
-    } else if (action == QLatin1String("sign-out")) {
-        m_appState.signOut();
-    } else if (action == QLatin1String("quit")) {
-        m_appState.quit();
     } else {
         return false;
     }

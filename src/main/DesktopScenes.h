@@ -23,7 +23,7 @@ public:
     DesktopScenes(AppState& appState, QApplicationController& application);
     ~DesktopScenes();
 
-    // org.freedesktop.Application: Activate, and the named actions.
+    // org.freedesktop.Application: Activate, and the actions that open a window.
     void activate();
     bool activateAction(const QString& action);
 
@@ -31,7 +31,6 @@ public:
     static constexpr const char* objectPath = "/com/keldor/Vantrel";
 
 private:
-    AppState& m_appState;
     WindowDirectory m_windows;
     std::unique_ptr<MenuBarPresenter> m_presenter;
     std::unique_ptr<TrayIconPresenter> m_trayPresenter;
