@@ -12,6 +12,8 @@ packages=(
   dbus-daemon dbus-bin gnome-keyring libsecret-tools openssl desktop-file-utils python3
   # Windows under a virtual X server, and the formatter the tests check against.
   xvfb xauth clang-format
+  # The fuzz targets: clang with libFuzzer and the sanitizer runtimes.
+  clang libclang-rt-14-dev
 )
 
 missing=()
