@@ -14,7 +14,8 @@ shift || true
 
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
-  mapfile -t targets < <(find fuzz/corpus -mindepth 1 -maxdepth 1 -type d -printf '%f\n' | sort)
+  # Every target the tree built; one whose decoder is not in this tree has a corpus but no program.
+  mapfile -t targets < <(find build-fuzz/bin -name '*Fuzzer' -type f -printf '%f\n' | sed 's/Fuzzer$//' | sort)
 fi
 unset ASAN_OPTIONS
 export UBSAN_OPTIONS="print_stacktrace=1"
