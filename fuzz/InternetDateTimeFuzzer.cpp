@@ -31,9 +31,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
     const QString utc = instant->toUTC().toString(Qt::ISODateWithMs);
     require(SyncTimeText::parseInternetDateTime(utc) == instant,
             "a parsed timestamp formats back to an instant that parses the same");
-    const QString offset =
-        instant->toOffsetFromUtc(-(5 * 3600 + 30 * 60)).toString(Qt::ISODateWithMs);
-    require(SyncTimeText::parseInternetDateTime(offset) == instant,
-            "the same instant at another offset parses the same");
+    // Unless that offset carries it out of the four-digit years, which no timestamp can write.
+    const QDateTime shifted = instant->toOffsetFromUtc(-(5 * 3600 + 30 * 60));
+    if (shifted.date().year() >= 1) {
+        require(SyncTimeText::parseInternetDateTime(shifted.toString(Qt::ISODateWithMs)) == instant,
+                "the same instant at another offset parses the same");
+    }
     return 0;
 }
