@@ -6,7 +6,7 @@
 #   demo-leaves-no-trace.sh <folder holding vantrel and vantrel-launchctl>
 set -euo pipefail
 
-bin="$1" scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
+bin="$1"
 demo="$(cd "$(dirname "$0")/../../dev" && pwd)/vantrel-demo"
 [ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
 
@@ -18,22 +18,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-passed=0 failed=0
-check() {
-    local description="$1"
-    shift
-    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
-    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
-}
-wait_for() {
-    local deadline=$((SECONDS + $1 * scale))
-    shift
-    until "$@"; do
-        [ "$SECONDS" -lt "$deadline" ] || return 1
-        sleep 0.1
-    done
-}
-
+# shellcheck source=../scripts/checks.sh
+source "$(dirname "$0")/../scripts/checks.sh"
 # The user's own setup: preferences for their server, start at login, a key in their keyring,
 # the tracker's configuration.
 mkdir -p "$XDG_CONFIG_HOME/Vantrel" "$XDG_CONFIG_HOME/autostart" "$HOME/.vantrel"
@@ -74,5 +60,4 @@ check "the user's key is still theirs" test \
 check "the demo's folders are gone" test -z "$(ls -A "$work/tmp")"
 echo "--- demo output" && cat "$work/demo.out"
 
-echo "demo leaves no trace: $passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish "demo leaves no trace"

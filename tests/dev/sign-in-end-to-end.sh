@@ -10,7 +10,7 @@
 # Exits 77 (skipped) when the application offers no actions on the session bus.
 set -euo pipefail
 
-bin="$1" scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
+bin="$1"
 dev="$(cd "$(dirname "$0")/../../dev" && pwd)"
 [ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
 
@@ -24,21 +24,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-passed=0 failed=0
-check() {
-    local description="$1"
-    shift
-    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
-    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
-}
-wait_for() {
-    local deadline=$((SECONDS + $1 * scale))
-    shift
-    until "$@"; do
-        [ "$SECONDS" -lt "$deadline" ] || return 1
-        sleep 0.1
-    done
-}
+# shellcheck source=../scripts/checks.sh
+source "$(dirname "$0")/../scripts/checks.sh"
 action() {
     gdbus call --session --dest com.keldor.Vantrel --object-path /com/keldor/Vantrel \
         --method org.freedesktop.Application.ActivateAction "$1" '[]' '{}' >/dev/null
@@ -110,5 +97,4 @@ check "a tracker started with the old key reports unauthorized" wait_for 30 unau
 check "the key is in no output or preference" bash -c \
     "! grep -rqa -- '$key' '$work/app.out' '$work/app.err' '$work/service.log' '$XDG_CONFIG_HOME' '$HOME'"
 
-echo "sign-in end to end: $passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish "sign-in end to end"
