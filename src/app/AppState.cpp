@@ -96,6 +96,10 @@ QCoro::Task<void> AppState::start() {
     }
     m_didStart = true;
     setIsStarting(true);
+    // Said first, so that any failure below, which matters more, takes its place.
+    if (const std::optional<QString> problem = m_c.defaults->readProblem()) {
+        setPresentedError(*problem);
+    }
     // Collaborators resume this coroutine later; the object may be gone by then.
     const QPointer<AppState> self(this);
 
@@ -161,9 +165,26 @@ QString AppState::normalizedServerURL(const QString& text) {
     const QString trimmed = trimmedOf(text.trimmed(), QLatin1Char('/'));
     // QUrl lower-cases schemes, so the scheme is checked on the text itself; "https:" without
     // "//" has no authority and so no host.
-    const bool hasHTTPSAuthority = trimmed.startsWith(QLatin1String("https://"));
-    if (!hasHTTPSAuthority || !parsedURL(trimmed)) {
+    const QLatin1String scheme("https://");
+    const std::optional<QUrl> url =
+        trimmed.startsWith(scheme) ? parsedURL(trimmed) : std::optional<QUrl>();
+    // The helper and the clients append their endpoints to this text, which a query or a
+    // fragment would swallow; an empty host names no server at all.
+    if (!url || url->host().isEmpty() || url->hasQuery() || url->hasFragment()) {
         throw AppStateError(AppStateError::Code::invalidServerURL);
+    }
+    // The address is kept in the preferences, config.toml and the diagnostics report, so a
+    // password in it would end up in all three; QUrl drops an empty "@", the text does not.
+    const QString authority = trimmed.sliced(scheme.size()).section(QLatin1Char('/'), 0, 0);
+    if (authority.contains(QLatin1Char('@'))) {
+        throw AppStateError(AppStateError::Code::serverURLWithCredentials);
+    }
+    // The helper reads the address from config.toml and may not speak IDNA: a host or path
+    // beyond ASCII is stored in its wire form (ACE host, percent-encoded path).
+    for (const QChar c : trimmed) {
+        if (c.unicode() > 0x7f) {
+            return url->toString(QUrl::FullyEncoded);
+        }
     }
     return trimmed;
 }

@@ -12,6 +12,7 @@ public:
         deviceAuthorizationDenied,
         deviceAuthorizationExpired,
         deviceAuthorizationClaimed,
+        serverURLWithCredentials,
     };
 
     explicit AppStateError(Code code)
