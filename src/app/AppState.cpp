@@ -164,27 +164,12 @@ void AppState::failStartup(const QString& message) {
 QString AppState::normalizedServerURL(const QString& text) {
     const QString trimmed = trimmedOf(text.trimmed(), QLatin1Char('/'));
     // QUrl lower-cases schemes, so the scheme is checked on the text itself; "https:" without
-    // "//" has no authority and so no host.
-    const QLatin1String scheme("https://");
-    const std::optional<QUrl> url =
-        trimmed.startsWith(scheme) ? parsedURL(trimmed) : std::optional<QUrl>();
-    // The helper and the clients append their endpoints to this text, which a query or a
-    // fragment would swallow; an empty host names no server at all.
-    if (!url || url->host().isEmpty() || url->hasQuery() || url->hasFragment()) {
+    // "//" has no authority and so no host. Whatever passes is kept exactly as typed: user info,
+    // a query or an international host are the server's business, and the helper reads the same
+    // text from config.toml.
+    const bool hasHTTPSAuthority = trimmed.startsWith(QLatin1String("https://"));
+    if (!hasHTTPSAuthority || !parsedURL(trimmed)) {
         throw AppStateError(AppStateError::Code::invalidServerURL);
-    }
-    // The address is kept in the preferences, config.toml and the diagnostics report, so a
-    // password in it would end up in all three; QUrl drops an empty "@", the text does not.
-    const QString authority = trimmed.sliced(scheme.size()).section(QLatin1Char('/'), 0, 0);
-    if (authority.contains(QLatin1Char('@'))) {
-        throw AppStateError(AppStateError::Code::serverURLWithCredentials);
-    }
-    // The helper reads the address from config.toml and may not speak IDNA: a host or path
-    // beyond ASCII is stored in its wire form (ACE host, percent-encoded path).
-    for (const QChar c : trimmed) {
-        if (c.unicode() > 0x7f) {
-            return url->toString(QUrl::FullyEncoded);
-        }
     }
     return trimmed;
 }

@@ -82,9 +82,8 @@ public:
     void showSettings();
     void openWebPage(const QString& path);
 
-    // Trims blanks and "/" at both ends; requires the literal scheme "https" and a host, and
-    // refuses a query, a fragment and user info. A host or path beyond ASCII comes back in its
-    // encoded wire form. Throws AppStateError (invalidServerURL, serverURLWithCredentials).
+    // Trims blanks and "/" at both ends; requires the literal scheme "https" and an authority
+    // that parses, and returns the trimmed text. Throws AppStateError (invalidServerURL).
     static QString normalizedServerURL(const QString& text);
     // A string as a URL, as strictly as the platform's URL parser; none when it does not parse.
     static std::optional<QUrl> parsedURL(const QString& text);

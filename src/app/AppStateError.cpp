@@ -14,9 +14,6 @@ QString AppStateError::description() const {
         return QStringLiteral("Device sign in expired. Start sign in again to get a new code.");
     case Code::deviceAuthorizationClaimed:
         return QStringLiteral("This sign-in request was already used. Start sign in again.");
-    case Code::serverURLWithCredentials:
-        return QStringLiteral("Remove the user name and password from the API URL. Vantrel "
-                              "signs in with an API key.");
     }
     Q_UNREACHABLE();
 }

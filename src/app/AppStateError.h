@@ -12,7 +12,6 @@ public:
         deviceAuthorizationDenied,
         deviceAuthorizationExpired,
         deviceAuthorizationClaimed,
-        serverURLWithCredentials,
     };
 
     explicit AppStateError(Code code)
