@@ -20,6 +20,8 @@ packages=(
   # The tray end-to-end test: a stand-in tray host over D-Bus, the accessibility bus and its
   # Python client, and screenshots of a virtual screen.
   python3-dbus python3-gi python3-pyatspi at-spi2-core x11-apps imagemagick
+  # The windows end-to-end test reads what Copy Diagnostics put on the clipboard.
+  xclip
 )
 
 missing=()
