@@ -30,7 +30,7 @@ a11y_ready() {
     dbus-send --session --print-reply --dest=org.a11y.Bus /org/a11y/bus org.a11y.Bus.GetAddress \
         >/dev/null 2>&1
 }
-for _ in $(seq 100); do
+for _ in $(seq $((100 * ${VANTREL_TEST_TIMEOUT_FACTOR:-1}))); do
     a11y_ready && break
     sleep 0.1
 done

@@ -105,9 +105,11 @@ def status_document(helper_path):
         "last_successful_upload_at": "2026-11-23T10:00:00Z"})
 
 
-def answer(status, body):
-    write(os.path.join(HTTPS, "response.json"), json.dumps({"status": status,
-                                                            "body": json.dumps(body)}))
+def answer(replies):
+    """The stand-in's answers by path, each a status and a JSON body."""
+    write(os.path.join(HTTPS, "response.json"), json.dumps({"paths": {
+        path: {"status": status, "body": json.dumps(body)}
+        for path, (status, body) in replies.items()}}))
 
 
 def requests_to(path):
@@ -165,11 +167,16 @@ def main():
     write(os.path.join(tools, "xdg-open"), f'#!/bin/sh\necho "$1" >>"{opened}"\n')
     os.chmod(os.path.join(tools, "xdg-open"), 0o755)
 
-    answer(201, {"authorization_id": "5c1e9d3a-0b7e-4f7c-9a51-2e6f1d0c4b88",
-                 "device_code": "device-code", "user_code": "WDJB-MJHT",
-                 "verification_uri": f"https://127.0.0.1:{port}/device",
-                 "verification_uri_complete": f"https://127.0.0.1:{port}/device?code=WDJB-MJHT",
-                 "expires_in": 600, "interval": 1})
+    answer({
+        "/api/vantrel/v1/device-authorizations": (201, {
+            "authorization_id": "5c1e9d3a-0b7e-4f7c-9a51-2e6f1d0c4b88",
+            "device_code": "device-code", "user_code": "WDJB-MJHT",
+            "verification_uri": f"https://127.0.0.1:{port}/device",
+            "verification_uri_complete": f"https://127.0.0.1:{port}/device?code=WDJB-MJHT",
+            "expires_in": 600, "interval": 1}),
+        "/api/vantrel/v1/device-authorizations/poll": (200, {
+            "status": "authorized", "api_key": device_key}),
+    })
 
     watcher = start_tray_host(os.path.join(work, "items"))
     wait_for(lambda: bus.name_has_owner("org.kde.StatusNotifierWatcher"))
@@ -208,18 +215,16 @@ def run(bus, helper, keys, service, self_hosted, opened, work):
     check("the configuration file keeps the imported key blanked",
           'api_key = ""' in read(CONFIG).splitlines())
 
-    # A device sign-in against the stand-in: answered "authorized" once the start has been asked.
+    # A device sign-in against the stand-in, which authorizes at the first poll.
     previous = helper.pid()
     activate_action(bus, "sign-in")
-    check("the sign-in asks the service for a code",
-          wait_for(lambda: requests_to("/api/vantrel/v1/device-authorizations")))
-    answer(200, {"status": "authorized", "api_key": device_key})
+    check("the sign-in asks the service for a code and polls",
+          wait_for(lambda: requests_to("/api/vantrel/v1/device-authorizations/poll")))
     check("the approval page is opened",
           wait_for(lambda: "code=WDJB-MJHT" in read(opened)))
     check("the signed-in key restarts the helper on its standard input",
           wait_for(lambda: helper.relaunched_with(previous, device_key)))
     check("the signed-in key is in the keyring", keyring() == device_key)
-    answer(404, {})
 
     # Settings, from the panel's row.
     items = wait_for(lambda: read(os.path.join(work, "items")).split())
@@ -243,6 +248,8 @@ def run(bus, helper, keys, service, self_hosted, opened, work):
     check("Save Changes answers with the success text",
           press(settings, "Save Changes") and wait_for(lambda: feedback(settings)))
     check("the typed key, trimmed, is in the keyring", keyring() == manual_key)
+    check("a successful save empties the key field",
+          find(settings, "Replace API key", TEXT_ROLES).queryText().characterCount == 0)
     check("the helper restarts with the typed key on its standard input",
           wait_for(lambda: helper.relaunched_with(previous, manual_key)))
     check("the URL is in the preferences",
