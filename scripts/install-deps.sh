@@ -24,6 +24,8 @@ packages=(
   python3-dbus python3-gi python3-pyatspi at-spi2-core x11-apps imagemagick
   # The fuzz targets: clang with libFuzzer and the sanitizer runtimes.
   clang libclang-rt-14-dev
+  # The windows end-to-end test reads what Copy Diagnostics put on the clipboard.
+  xclip
 )
 
 missing=()
