@@ -10,6 +10,8 @@ packages=(
   # Real services the tests start: a private D-Bus session with a keyring, a throwaway
   # certificate authority, and the desktop-entry validator.
   dbus-daemon dbus-bin gnome-keyring libsecret-tools openssl desktop-file-utils python3
+  # The demo presses the application's actions over D-Bus.
+  libglib2.0-bin
   # Windows under a virtual X server (xdpyinfo tells when it is up), and the formatter the tests
   # check against.
   xvfb xauth x11-utils clang-format
@@ -21,6 +23,10 @@ packages=(
   # The tray end-to-end test: a stand-in tray host over D-Bus, the accessibility bus and its
   # Python client, and screenshots of a virtual screen.
   python3-dbus python3-gi python3-pyatspi at-spi2-core x11-apps imagemagick
+  # The fuzz targets: clang with libFuzzer and the sanitizer runtimes.
+  clang libclang-rt-14-dev
+  # The windows end-to-end test reads what Copy Diagnostics put on the clipboard.
+  xclip
 )
 
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up a fresh Debian 12 machine and runs the whole test suite: the formatting and layering
-# checks, the normal build's tests, then the same tests built with AddressSanitizer and
-# UndefinedBehaviorSanitizer. Exits non-zero on the first failure.
+# checks, the normal build's tests, the same tests built with AddressSanitizer and
+# UndefinedBehaviorSanitizer, then a short run of every fuzz target. Exits non-zero on the first
+# failure.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 cd "$root"
@@ -33,3 +34,8 @@ export VANTREL_TEST_TIMEOUT_FACTOR=4
 export ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 (cd "$root/build-asan" && ctest --output-on-failure --no-tests=error --parallel "$jobs" --timeout 600)
+
+echo "== Fuzz"
+# Ten seconds per decoder over its seed corpus: a smoke run that catches regressions the seeds
+# reach quickly; the long runs happen outside the test command.
+"$root/scripts/fuzz.sh" 10

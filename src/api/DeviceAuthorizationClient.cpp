@@ -142,6 +142,61 @@ DeviceAuthorizationClient::exchange(DeviceAuthorizationTransporting* transport,
     co_return response;
 }
 
+DeviceAuthorizationSession DeviceAuthorizationClient::decodeSession(const QByteArray& body,
+                                                                    const QDateTime& now) {
+    const ResponseObject object(body);
+    DeviceAuthorizationSession session;
+    session.authorizationID = object.uuid("authorization_id");
+    session.deviceCode = object.string("device_code");
+    session.userCode = object.string("user_code");
+    session.verificationURL = object.url("verification_uri");
+    session.verificationURLComplete = object.url("verification_uri_complete");
+    const double expiresIn = object.seconds("expires_in", maximumExpiresIn);
+    session.interval = object.seconds("interval", maximumInterval);
+    session.expiresAt = now.addMSecs(std::llround(expiresIn * 1000));
+    return session;
+}
+
+DeviceAuthorizationPollResult DeviceAuthorizationClient::decodePollResult(int statusCode,
+                                                                          const QByteArray& body,
+                                                                          double interval) {
+    // The body decides validity before the status does: an HTML error page is an invalid
+    // response whatever its status.
+    const ResponseObject object(body);
+    const QString status = object.string("status");
+    const std::optional<QString> apiKey = object.optionalString("api_key");
+    const double nextInterval =
+        object.optionalSeconds("interval", maximumInterval).value_or(interval);
+    // Not used, but a value of the wrong type still makes the answer invalid.
+    object.optionalNumber("expires_in");
+
+    const auto is = [&](int code, const char* expected) {
+        return statusCode == code && status == QLatin1String(expected);
+    };
+    if (is(200, "authorized")) {
+        if (!apiKey || apiKey->isEmpty()) {
+            throw DeviceAuthorizationClientError::invalidResponse();
+        }
+        return DeviceAuthorizationPollResult::authorized(*apiKey);
+    }
+    if (is(202, "pending")) {
+        return DeviceAuthorizationPollResult::pending(nextInterval);
+    }
+    if (is(429, "slow_down")) {
+        return DeviceAuthorizationPollResult::slowDown(nextInterval);
+    }
+    if (is(403, "denied")) {
+        return DeviceAuthorizationPollResult::denied();
+    }
+    if (is(410, "expired")) {
+        return DeviceAuthorizationPollResult::expired();
+    }
+    if (is(409, "claimed")) {
+        return DeviceAuthorizationPollResult::claimed();
+    }
+    throw DeviceAuthorizationClientError::requestRejected(statusCode);
+}
+
 QCoro::Task<DeviceAuthorizationSession>
 DeviceAuthorizationClient::start(QString serverURL, QUuid deviceID, QString deviceName,
                                  QString clientVersion, CancellationToken token) {
@@ -161,17 +216,7 @@ DeviceAuthorizationClient::start(QString serverURL, QUuid deviceID, QString devi
     if (response.statusCode != 201) {
         throw DeviceAuthorizationClientError::requestRejected(response.statusCode);
     }
-    const ResponseObject body(response.body);
-    DeviceAuthorizationSession session;
-    session.authorizationID = body.uuid("authorization_id");
-    session.deviceCode = body.string("device_code");
-    session.userCode = body.string("user_code");
-    session.verificationURL = body.url("verification_uri");
-    session.verificationURLComplete = body.url("verification_uri_complete");
-    const double expiresIn = body.seconds("expires_in", maximumExpiresIn);
-    session.interval = body.seconds("interval", maximumInterval);
-    session.expiresAt = now().addMSecs(std::llround(expiresIn * 1000));
-    co_return session;
+    co_return decodeSession(response.body, now());
 }
 
 QCoro::Task<DeviceAuthorizationPollResult>
@@ -187,41 +232,7 @@ DeviceAuthorizationClient::poll(QString serverURL, DeviceAuthorizationSession se
                      });
 
     const TransportResponse response = co_await exchange(transport, std::move(request), token);
-    // The body decides validity before the status does: an HTML error page is an invalid
-    // response whatever its status.
-    const ResponseObject body(response.body);
-    const QString status = body.string("status");
-    const std::optional<QString> apiKey = body.optionalString("api_key");
-    const double interval =
-        body.optionalSeconds("interval", maximumInterval).value_or(session.interval);
-    // Not used, but a value of the wrong type still makes the answer invalid.
-    body.optionalNumber("expires_in");
-
-    const auto is = [&](int code, const char* expected) {
-        return response.statusCode == code && status == QLatin1String(expected);
-    };
-    if (is(200, "authorized")) {
-        if (!apiKey || apiKey->isEmpty()) {
-            throw DeviceAuthorizationClientError::invalidResponse();
-        }
-        co_return DeviceAuthorizationPollResult::authorized(*apiKey);
-    }
-    if (is(202, "pending")) {
-        co_return DeviceAuthorizationPollResult::pending(interval);
-    }
-    if (is(429, "slow_down")) {
-        co_return DeviceAuthorizationPollResult::slowDown(interval);
-    }
-    if (is(403, "denied")) {
-        co_return DeviceAuthorizationPollResult::denied();
-    }
-    if (is(410, "expired")) {
-        co_return DeviceAuthorizationPollResult::expired();
-    }
-    if (is(409, "claimed")) {
-        co_return DeviceAuthorizationPollResult::claimed();
-    }
-    throw DeviceAuthorizationClientError::requestRejected(response.statusCode);
+    co_return decodePollResult(response.statusCode, response.body, session.interval);
 }
 
 QCoro::Task<void> DeviceAuthorizationClient::revoke(QString serverURL, QString apiKey,

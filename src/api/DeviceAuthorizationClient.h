@@ -33,6 +33,14 @@ public:
     static constexpr double maximumInterval = 24 * 60 * 60;
     static constexpr double maximumExpiresIn = 365 * 24 * 60 * 60;
 
+    // The session in the body of a start request's 201 answer, expiring `expires_in` seconds
+    // after `now`. Throws DeviceAuthorizationClientError.
+    static DeviceAuthorizationSession decodeSession(const QByteArray& body, const QDateTime& now);
+    // What a poll's answer means; `interval` is the session's, kept when the body names none.
+    // Throws DeviceAuthorizationClientError.
+    static DeviceAuthorizationPollResult decodePollResult(int statusCode, const QByteArray& body,
+                                                          double interval);
+
 private:
     static TransportRequest buildRequest(const QString& serverURL, const QString& path,
                                          const std::optional<QJsonObject>& body);

@@ -96,6 +96,10 @@ QCoro::Task<void> AppState::start() {
     }
     m_didStart = true;
     setIsStarting(true);
+    // Said first, so that any failure below, which matters more, takes its place.
+    if (const std::optional<QString> problem = m_c.defaults->readProblem()) {
+        setPresentedError(*problem);
+    }
     // Collaborators resume this coroutine later; the object may be gone by then.
     const QPointer<AppState> self(this);
 
@@ -160,7 +164,9 @@ void AppState::failStartup(const QString& message) {
 QString AppState::normalizedServerURL(const QString& text) {
     const QString trimmed = trimmedOf(text.trimmed(), QLatin1Char('/'));
     // QUrl lower-cases schemes, so the scheme is checked on the text itself; "https:" without
-    // "//" has no authority and so no host.
+    // "//" has no authority and so no host. Whatever passes is kept exactly as typed: user info,
+    // a query or an international host are the server's business, and the helper reads the same
+    // text from config.toml.
     const bool hasHTTPSAuthority = trimmed.startsWith(QLatin1String("https://"));
     if (!hasHTTPSAuthority || !parsedURL(trimmed)) {
         throw AppStateError(AppStateError::Code::invalidServerURL);

@@ -82,8 +82,8 @@ public:
     void showSettings();
     void openWebPage(const QString& path);
 
-    // Trims blanks and "/" at both ends; requires the literal scheme "https" and a host.
-    // Throws AppStateError::invalidServerURL.
+    // Trims blanks and "/" at both ends; requires the literal scheme "https" and an authority
+    // that parses, and returns the trimmed text. Throws AppStateError (invalidServerURL).
     static QString normalizedServerURL(const QString& text);
     // A string as a URL, as strictly as the platform's URL parser; none when it does not parse.
     static std::optional<QUrl> parsedURL(const QString& text);

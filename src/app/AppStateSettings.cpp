@@ -23,6 +23,13 @@ void AppState::saveSettings(const QString& serverURL, const QString& apiKey, boo
     // the helper is restarted below.
     setServerURL(normalized);
     m_c.defaults->setString(QStringLiteral("serverURL"), normalized);
+    // Only the user's save may replace preferences that could not be read; once it has, the
+    // notice about them is out of date.
+    const std::optional<QString> unreadablePreferences = m_c.defaults->readProblem();
+    m_c.defaults->commit();
+    if (unreadablePreferences && m_presentedError == unreadablePreferences) {
+        setPresentedError(std::nullopt);
+    }
     m_c.configFile->setValue(normalized, QStringLiteral("api_url"));
 
     setHasCredential(m_c.credentialStore->loadAPIKey().has_value());

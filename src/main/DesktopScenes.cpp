@@ -27,8 +27,7 @@ QWidget* releasedOnClose(QWidget* window, HeapTrimmer& trimmer) {
 } // namespace
 
 DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& application,
-                             HeapTrimmer& trimmer)
-    : m_appState(appState) {
+                             HeapTrimmer& trimmer) {
     // Made on each opening and released on closing: most of the day no window is open, and
     // neither window holds anything of its own beyond the Settings form's edits.
     m_windows.add(QStringLiteral("settings"), [this, &appState, &trimmer] {
@@ -71,10 +70,6 @@ bool DesktopScenes::activateAction(const QString& action) {
         m_presenter->openSettings();
     } else if (action == QLatin1String("diagnostics")) {
         m_presenter->openDiagnostics();
-    } else if (action == QLatin1String("sign-in")) {
-        m_appState.beginDeviceAuthorization();
-    } else if (action == QLatin1String("quit")) {
-        m_appState.quit();
     } else {
         return false;
     }

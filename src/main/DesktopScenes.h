@@ -26,7 +26,7 @@ public:
     DesktopScenes(AppState& appState, QApplicationController& application, HeapTrimmer& trimmer);
     ~DesktopScenes();
 
-    // org.freedesktop.Application: Activate, and the named actions.
+    // org.freedesktop.Application: Activate, and the actions that open a window.
     void activate();
     bool activateAction(const QString& action);
 
@@ -34,7 +34,6 @@ public:
     static constexpr const char* objectPath = "/com/keldor/Vantrel";
 
 private:
-    AppState& m_appState;
     // Outlives the Settings windows it serves: what the user typed survives closing the window.
     std::unique_ptr<SettingsPresenter> m_settings;
     WindowDirectory m_windows;

@@ -37,6 +37,27 @@ bool forwardToRunningCopy(QDBusConnection& bus, const std::optional<QString>& ac
     return bus.call(call, QDBus::Block, 10000).type() == QDBusMessage::ReplyMessage;
 }
 
+// The windows' actions need the views; signing in and out and quitting work without a display
+// too, which is how a headless session or a script drives the application.
+bool performAction(AppState* state, DesktopScenes* scenes, const QString& action) {
+    if (scenes && scenes->activateAction(action)) {
+        return true;
+    }
+    if (!state) {
+        return false;
+    }
+    if (action == QLatin1String("sign-in")) {
+        state->beginDeviceAuthorization();
+    } else if (action == QLatin1String("sign-out")) {
+        state->signOut();
+    } else if (action == QLatin1String("quit")) {
+        state->quit();
+    } else {
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -56,8 +77,8 @@ int main(int argc, char** argv) {
     parser.addHelpOption();
     const QCommandLineOption actionOption(
         QStringLiteral("action"),
-        QStringLiteral("Perform an action of the running copy: settings, diagnostics, sign-in "
-                       "or quit."),
+        QStringLiteral("Perform an action of the running copy: settings, diagnostics, sign-in, "
+                       "sign-out or quit."),
         QStringLiteral("name"));
     parser.addOption(actionOption);
     parser.process(app);
@@ -69,24 +90,17 @@ int main(int argc, char** argv) {
     AppState* appState = nullptr;
     std::unique_ptr<DesktopScenes> scenes;
     QObject service;
-    new FreedesktopApplicationAdaptor(&service,
-                                      {.activate =
-                                           [&scenes] {
-                                               if (scenes) {
-                                                   scenes->activate();
-                                               }
-                                           },
-                                       .activateAction =
-                                           [&scenes, &appState](const QString& name) {
-                                               if (scenes) {
-                                                   return scenes->activateAction(name);
-                                               }
-                                               if (appState && name == QLatin1String("quit")) {
-                                                   appState->quit();
-                                                   return true;
-                                               }
-                                               return false;
-                                           }});
+    new FreedesktopApplicationAdaptor(&service, {.activate =
+                                                     [&scenes] {
+                                                         if (scenes) {
+                                                             scenes->activate();
+                                                         }
+                                                     },
+                                                 .activateAction =
+                                                     [&scenes, &appState](const QString& name) {
+                                                         return performAction(appState,
+                                                                              scenes.get(), name);
+                                                     }});
 
     // One copy per session: the first owns the bus name, a later start hands over and leaves, so
     // a start at login and one from the menu never run two supervisors.
@@ -124,9 +138,6 @@ int main(int argc, char** argv) {
     QFile consoleFile;
     if (platform != QLatin1String("offscreen") && platform != QLatin1String("minimal")) {
         scenes = std::make_unique<DesktopScenes>(state, root.applicationController(), heapTrimmer);
-        if (action) {
-            scenes->activateAction(*action);
-        }
     } else {
         // The status lines are for running without any display.
         std::fputs("Vantrel runs without a display; its status follows. Press Ctrl+C to quit.\n",
@@ -135,6 +146,9 @@ int main(int argc, char** argv) {
         // stdio's buffer.
         consoleFile.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered);
         console = std::make_unique<ConsoleStatusView>(state, consoleFile);
+    }
+    if (action) {
+        performAction(&state, scenes.get(), *action);
     }
     const int status = QApplication::exec();
     scenes.reset(); // before the AppState the views observe

@@ -2,10 +2,18 @@
 
 #include "system/DefaultsStoring.h"
 
+#include <QHash>
 #include <QSettings>
+#include <QVariant>
+
+#include <memory>
 
 // The per-user preferences in QSettings ("Vantrel"/"Vantrel"):
 // $XDG_CONFIG_HOME/Vantrel/Vantrel.conf.
+//
+// A file that cannot be read or parsed (garbage, invalid UTF-8, a folder in its place) is never
+// replaced behind the user's back: until commit() the store answers from memory, and commit()
+// moves whatever is in the way aside (Vantrel.conf.unreadable) before it writes a new file.
 class QSettingsDefaultsStore : public DefaultsStoring {
 public:
     QSettingsDefaultsStore();
@@ -16,9 +24,20 @@ public:
     bool boolean(const QString& key) const override;
     void setString(const QString& key, const QString& value) override;
     void setBoolean(const QString& key, bool value) override;
+    std::optional<QString> readProblem() const override;
+    void commit() override;
+
+    // Where commit() keeps an unreadable file: beside it, with this suffix.
+    static QString unreadableSuffix();
 
 private:
+    void checkReadable();
+    QVariant value(const QString& key) const;
     void write(const QString& key, const QVariant& value);
+    void moveUnreadableAside() const;
 
-    QSettings m_settings;
+    std::unique_ptr<QSettings> m_settings;
+    bool m_unreadable = false;
+    // What was written while the file could not be read.
+    QHash<QString, QVariant> m_held;
 };

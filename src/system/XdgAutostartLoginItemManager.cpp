@@ -2,51 +2,18 @@
 
 #include "core/PlatformError.h"
 #include "system/AtomicFileWriter.h"
+#include "system/AutostartEntry.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QHash>
 
 #include <cerrno>
 #include <unistd.h>
 
 namespace {
 
-const QString markerKey = QStringLiteral("X-Vantrel-LoginItem");
-
-struct EntryState {
-    bool ours = false;
-    bool switchedOff = false;
-    QString exec;
-};
-
-// The keys of the [Desktop Entry] group; other groups and localised keys do not matter here.
-QHash<QString, QString> desktopEntryKeys(const QByteArray& contents) {
-    QHash<QString, QString> keys;
-    bool inDesktopEntry = false;
-    for (const QByteArray& rawLine : contents.split('\n')) {
-        const QString line = QString::fromUtf8(rawLine).trimmed();
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#'))) {
-            continue;
-        }
-        if (line.startsWith(QLatin1Char('['))) {
-            inDesktopEntry = line == QStringLiteral("[Desktop Entry]");
-            continue;
-        }
-        const qsizetype equals = line.indexOf(QLatin1Char('='));
-        if (!inDesktopEntry || equals < 0) {
-            continue;
-        }
-        const QString key = line.first(equals).trimmed();
-        if (!keys.contains(key)) {
-            keys.insert(key, line.sliced(equals + 1).trimmed());
-        }
-    }
-    return keys;
-}
-
-std::optional<EntryState> readEntry(const QString& path) {
+std::optional<AutostartEntry> readEntry(const QString& path) {
     QFile file(path);
     if (!file.exists()) {
         return std::nullopt;
@@ -55,14 +22,7 @@ std::optional<EntryState> readEntry(const QString& path) {
         throw PlatformError(QStringLiteral("Could not read ") + path + QStringLiteral(": ") +
                             file.errorString());
     }
-    const QHash<QString, QString> keys = desktopEntryKeys(file.readAll());
-    EntryState state;
-    state.ours = keys.value(markerKey) == QStringLiteral("true");
-    state.switchedOff =
-        keys.value(QStringLiteral("Hidden")) == QStringLiteral("true") ||
-        keys.value(QStringLiteral("X-GNOME-Autostart-enabled")) == QStringLiteral("false");
-    state.exec = keys.value(QStringLiteral("Exec"));
-    return state;
+    return AutostartEntry::read(file.readAll());
 }
 
 } // namespace
@@ -118,14 +78,14 @@ QByteArray XdgAutostartLoginItemManager::entryContents() const {
                          QStringLiteral("\n"
                                         "Terminal=false\n"
                                         "X-GNOME-Autostart-enabled=true\n") +
-                         markerKey + QStringLiteral("=true\n");
+                         AutostartEntry::markerKey + QStringLiteral("=true\n");
     return text.toUtf8();
 }
 
 void XdgAutostartLoginItemManager::setEnabled(bool enabled) {
     const QString path = entryPath();
-    const std::optional<EntryState> entry = readEntry(path);
-    const bool registered = entry && entry->ours && !entry->switchedOff;
+    const std::optional<AutostartEntry> entry = readEntry(path);
+    const bool registered = entry && entry->registered();
 
     if (enabled) {
         if (registered && entry->exec == execValue(m_executablePath)) {

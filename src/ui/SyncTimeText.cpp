@@ -18,8 +18,10 @@ std::optional<SyncTimeText::Texts> SyncTimeText::format(const std::optional<QStr
 }
 
 std::optional<QDateTime> SyncTimeText::parseInternetDateTime(const QString& text) {
-    static const QRegularExpression pattern(QStringLiteral(
-        R"(^(\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2}):(\d{2})(?:\.(\d+))?(?:(Z)|([+-])(\d{2}):(\d{2}))$)"));
+    // Anchored at both ends without `$`, which also matches before a final line feed; ASCII
+    // digits only, where `\d` would take any script's.
+    static const QRegularExpression pattern(QRegularExpression::anchoredPattern(QStringLiteral(
+        R"(([0-9]{4})-([0-9]{2})-([0-9]{2})T([0-9]{2}):([0-9]{2}):([0-9]{2})(?:\.([0-9]+))?(?:(Z)|([+-])([0-9]{2}):([0-9]{2})))")));
     const QRegularExpressionMatch match = pattern.match(text);
     if (!match.hasMatch()) {
         return std::nullopt;
@@ -40,7 +42,13 @@ std::optional<QDateTime> SyncTimeText::parseInternetDateTime(const QString& text
         offsetSeconds = (number(10) * 3600 + number(11) * 60) *
                         (match.captured(9) == QLatin1String("-") ? -1 : 1);
     }
-    return QDateTime(date, time, Qt::OffsetFromUTC, offsetSeconds).toUTC();
+    // An offset can carry the first or last day of the four-digit years out of them; such an
+    // instant has no timestamp of its own to be written back as, so it is not one.
+    const QDateTime instant = QDateTime(date, time, Qt::OffsetFromUTC, offsetSeconds).toUTC();
+    if (instant.date().year() < 1 || instant.date().year() > 9999) {
+        return std::nullopt;
+    }
+    return instant;
 }
 
 QString SyncTimeText::relativeAge(qint64 seconds) {

@@ -13,6 +13,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QSaveFile>
 #include <QSslConfiguration>
 #include <QTimer>
@@ -126,6 +127,41 @@ TEST_F(ServiceHttpsTest, BothClientsRequestsArriveAsBuilt) {
                        R"("content-type":"application/json"} )");
     EXPECT_EQ(seen(2), "GET /api/vantrel/v1/users/current/statusbar/today "
                        R"({"accept":"application/json","authorization":"Bearer secret-key"} )");
+}
+
+// The development service answers 400 to any request that strays from the wire format, so a
+// whole sign-in through it reads every request the clients build a second time, independently.
+TEST_F(ServiceHttpsTest, TheClientsCompleteASignInWithTheStrictDevelopmentService) {
+    using namespace std::chrono_literals;
+    const QString base =
+        "https://127.0.0.1:" + QString::fromUtf8(readFile(serverFile("dev-service/port"))) +
+        "/api/vantrel/v1";
+    const DeviceAuthorizationSession session = AsyncTest::run(
+        deviceClient.start(base, QUuid::createUuid(), "Anna's \"laptop\" é", "0.6.1", {}));
+    EXPECT_EQ(session.interval, 0.2);
+    AsyncTest::spin(300ms);
+    EXPECT_EQ(outcomeOf<Error>(deviceClient.poll(base, session, {})),
+              (std::variant<Result, Error>(Result::pending(0.2))));
+
+    QNetworkRequest approval(session.verificationURL);
+    approval.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QNetworkReply* approved =
+        manager.post(approval, "decision=approve&user_code=" + session.userCode.toUtf8());
+    ASSERT_TRUE(AsyncTest::waitUntil([approved] { return approved->isFinished(); }));
+    EXPECT_EQ(approved->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+    approved->deleteLater();
+
+    AsyncTest::spin(300ms);
+    const auto authorized = outcomeOf<Error>(deviceClient.poll(base, session, {}));
+    ASSERT_TRUE(std::holds_alternative<Result>(authorized));
+    ASSERT_EQ(std::get<Result>(authorized).kind(), Result::Kind::authorized);
+    const QString key = std::get<Result>(authorized).apiKey();
+    EXPECT_EQ(AsyncTest::run(summaryClient.fetchTodaySummary(base, key, {})),
+              (TodaySummary{"0 secs", 0}));
+    EXPECT_EQ(failureOf<Error>(deviceClient.revoke(base, key, {})), std::nullopt);
+    EXPECT_EQ(failureOf<Error>(deviceClient.revoke(base, key, {})), Error::requestRejected(401));
+    EXPECT_EQ(failureOf<SummaryError>(summaryClient.fetchTodaySummary(base, key, {})),
+              SummaryError::requestRejected(401));
 }
 
 TEST_F(ServiceHttpsTest, StartWantsA201RevokeA204AndAFailedFetchIsNotDecoded) {

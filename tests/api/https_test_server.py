@@ -10,6 +10,7 @@
 #   endless       true: send "x" forever until the client goes away, then write the number of
 #                 bytes it took to DIR/endless-sent
 #   drop          true: close the connection without answering
+#   paths         an answer as above for each request path; other paths get the default
 import json
 import os
 import ssl
@@ -39,6 +40,8 @@ class Handler(BaseHTTPRequestHandler):
                                 body.decode("utf-8", "replace")]) + "\n")
         with open("response.json") as script:
             reply = json.load(script)
+        if "paths" in reply:
+            reply = reply["paths"].get(self.path.split("?")[0], {})
         time.sleep(reply.get("delay", 0))
         if reply.get("drop"):
             self.close_connection = True

@@ -67,6 +67,8 @@ constexpr auto noHelper = [](AppHarness& h) { h.installation.helper.reset(); };
 constexpr auto configFails = [](AppHarness& h) { h.configFile.failure = "Permission denied"; };
 constexpr auto forgetKey = [](AppHarness& h) { h.credentials.stored.reset(); };
 constexpr auto loginFails = [](AppHarness& h) { h.loginItems.failure = "Not permitted"; };
+const QString preferencesError = "Could not save the preferences in /home/tester/Vantrel.conf.";
+constexpr auto preferencesFail = [](AppHarness& h) { h.defaults.commitFailure = preferencesError; };
 template <const char* deviceId>
 void useDeviceId(AppHarness& harness) {
     harness.supervisor.statusOnRefresh->deviceId = deviceId;
@@ -167,6 +169,9 @@ INSTANTIATE_TEST_SUITE_P(
     DeviceSignIn, AttemptTest,
     ::testing::Values(
         paced("SubSecondIntervalPollsEverySecond", 0.2, {Poll::pending(0.2)}, {1, 1}),
+        paced("ZeroIntervalPollsEverySecond", 0, {Poll::pending(0), Poll::slowDown(0)}, {1, 1, 1}),
+        paced("NegativeIntervalPollsEverySecond", -3, {Poll::pending(-3)}, {1, 1}),
+        paced("FractionalIntervalKept", 2.5, {Poll::pending(2.5)}, {2.5, 2.5}),
         paced("PendingRaisesButNeverLowers", 0.2,
               {Poll::pending(3), Poll::pending(5), Poll::pending(2)}, {1, 3, 5, 5}),
         paced("SlowDownRaises", 2, {Poll::slowDown(10), Poll::pending(4)}, {2, 10, 10}),
@@ -189,6 +194,8 @@ INSTANTIATE_TEST_SUITE_P(
         AttemptCase{"ExpiredOnArrival", expiredText, {approved}, session(5, 0)},
         AttemptCase{"SessionIntervalNaN", invalidText, {}, session(std::nan(""))},
         AttemptCase{"PendingIntervalInfinite", invalidText, {Poll::pending(infinity)}},
+        AttemptCase{"PendingIntervalBeyondAnySleep", invalidText, {Poll::pending(1e300)}},
+        AttemptCase{"SessionIntervalBeyondAnySleep", invalidText, {}, session(1e19)},
         AttemptCase{"KeyWithBlanksReadsBackTrimmed", unverifiedText, {Poll::authorized(" vk_1")}},
         AttemptCase{
             "KeyReadsBackDifferently", unverifiedText, {approved}, session(), readsBackOther},
@@ -379,6 +386,8 @@ INSTANTIATE_TEST_SUITE_P(
         SaveCase{"KeyReadsBackDifferently", selfHosted, "vk_new", readsBackOther, unverifiedText,
                  2},
         SaveCase{"KeyCannotBeReadBack", selfHosted, "vk_new", failLoad, loadError, 2},
+        SaveCase{"PreferencesCannotBeSaved", selfHosted, "vk_new", preferencesFail,
+                 preferencesError, 3},
         SaveCase{"ConfigurationCannotBeWritten", selfHosted, "vk_new", configFails,
                  "Permission denied", 3},
         SaveCase{"KeyCannotBeReadForTheRestart", selfHosted, "", failLoad, loadError, 4},

@@ -10,30 +10,15 @@
 # the helper is launched with the key on its standard input, nowhere else.
 set -euo pipefail
 
-app="$1" helper="$2" launchctl="$3" scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
+app="$1" helper="$2" launchctl="$3"
 
 [ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
 
 work="$(mktemp -d)" app_pid=""
 trap '[ -z "$app_pid" ] || kill -KILL "$app_pid" 2>/dev/null; rm -rf "$work"' EXIT
 
-passed=0 failed=0
-check() {
-    local description="$1"
-    shift
-    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
-    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
-}
-
-# Waits up to N seconds (scaled) for a command to succeed.
-wait_for() {
-    local deadline=$((SECONDS + $1 * scale))
-    shift
-    until "$@"; do
-        [ "$SECONDS" -lt "$deadline" ] || return 1
-        sleep 0.1
-    done
-}
+# shellcheck source=../scripts/checks.sh
+source "$(dirname "$0")/../scripts/checks.sh"
 
 prefix="$work/prefix" config="$HOME/.vantrel/config.toml" record="$work/record"
 mkdir -p "$prefix/bin" "$prefix/libexec/vantrel" "$HOME/.vantrel" "$record"
@@ -106,5 +91,4 @@ check "the application quits on SIGTERM" stop_app
 check "quitting stops the helper" wait_for 10 bash -c "! kill -0 $helper_pid 2>/dev/null"
 check "the key is in no output and no preference" bash -c "! grep -rqa '$key' '$work'/*.out '$work'/*.err '$XDG_CONFIG_HOME'"
 
-echo "application end to end: $passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish "application end to end"

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """The application in a desktop session: a virtual X server, a private session bus and a stand-in
-tray host. Run by tray-end-to-end.sh inside xvfb-run and dbus-run-session.
+tray host. Run by tray-end-to-end.sh inside with-xvfb.sh and dbus-run-session.
 
     tray_end_to_end.py <vantrel binary>
 """
@@ -8,37 +8,13 @@ import os
 import subprocess
 import sys
 import tempfile
-import time
 
 import dbus
 import pyatspi
 
-APP_ID = "com.keldor.Vantrel"
-APP_PATH = "/com/keldor/Vantrel"
-HERE = os.path.dirname(os.path.abspath(__file__))
-TIMEOUT = 20 * float(os.environ.get("VANTREL_TEST_TIMEOUT_FACTOR", "1"))
-
-failures = []
-
-
-def check(description, condition):
-    print(("ok   " if condition else "FAIL ") + description, flush=True)
-    if not condition:
-        failures.append(description)
-    return condition
-
-
-def wait_for(predicate, timeout=TIMEOUT):
-    deadline = time.monotonic() + timeout
-    while time.monotonic() < deadline:
-        try:
-            value = predicate()
-        except Exception:  # the object may not be there yet
-            value = None
-        if value:
-            return value
-        time.sleep(0.1)
-    return None
+from desktop_session import (TIMEOUT, activate_action, app_accessible, check, failures, find,
+                             menu_entries, press, showing, start_tray_host, stop, tray_item,
+                             wait_for, window)
 
 
 def start_app(binary, home, *arguments):
@@ -55,78 +31,20 @@ def start_app(binary, home, *arguments):
     return subprocess.Popen([binary, *arguments], env=env)
 
 
-def app_accessible():
-    desktop = pyatspi.Registry.getDesktop(0)
-    for index in range(desktop.childCount):
-        child = desktop.getChildAtIndex(index)
-        if child is not None and child.name.lower() in ("vantrel", "com.keldor.vantrel"):
-            return child
-    return None
-
-
-def window(title):
-    application = app_accessible()
-    if application is None:
-        return None
-    for index in range(application.childCount):
-        child = application.getChildAtIndex(index)
-        if child is not None and child.name == title:
-            return child
-    return None
-
-
-def showing(accessible):
-    return accessible is not None and accessible.getState().contains(pyatspi.STATE_SHOWING)
-
-
-def find(root, name, roles):
-    return pyatspi.findDescendant(root, lambda a: a.name == name and a.getRole() in roles)
-
-
-def press(root, name):
-    control = find(root, name, (pyatspi.ROLE_PUSH_BUTTON,))
-    if control is None:
-        return False
-    actions = control.queryAction()
-    for index in range(actions.nActions):
-        if actions.getName(index) in ("press", "Press", "click"):
-            return actions.doAction(index)
-    return actions.doAction(0)
-
-
-def menu_entries(bus, item):
-    name, path = item.split("/", 1)
-    properties = dbus.Interface(bus.get_object(name, "/" + path), dbus.PROPERTIES_IFACE)
-    menu_path = properties.Get("org.kde.StatusNotifierItem", "Menu")
-    menu = dbus.Interface(bus.get_object(name, menu_path), "com.canonical.dbusmenu")
-    _, layout = menu.GetLayout(0, -1, [])
-    entries = {}
-    for child in layout[2]:
-        identifier, props, _ = child
-        if props.get("type") != "separator" and props.get("visible", True):
-            entries[str(props.get("label", "")).replace("_", "")] = int(identifier)
-    return menu, entries
-
-
 def main():
     binary = sys.argv[1]
     bus = dbus.SessionBus()
     home = tempfile.mkdtemp(prefix="vantrel-tray-")
     record = os.path.join(home, "items")
-    open(record, "w").close()
 
     # Without a tray the panel is an ordinary window, and Quit reaches it over D-Bus.
     app = start_app(binary, home)
     check("without a tray the panel opens as a window titled Vantrel",
           wait_for(lambda: showing(window("Vantrel"))))
-    application = bus.get_object(APP_ID, APP_PATH)
-    application.ActivateAction("quit", dbus.Array([], signature="v"),
-                                dbus.Dictionary({}, signature="sv"),
-                                dbus_interface="org.freedesktop.Application")
+    activate_action(bus, "quit")
     check("ActivateAction quit ends the application", wait_for(lambda: app.poll() == 0))
 
-    watcher = subprocess.Popen(["/usr/bin/python3", os.path.join(HERE, "status_notifier_watcher.py"),
-                                record])
+    watcher = start_tray_host(record)
     try:
         wait_for(lambda: bus.name_has_owner("org.kde.StatusNotifierWatcher"))
         app = start_app(binary, home)
@@ -136,8 +54,7 @@ def main():
         check("with a tray the panel starts hidden",
               wait_for(lambda: app_accessible() is not None) and not showing(window("Vantrel")))
 
-        name, path = item.split("/", 1)
-        sni = dbus.Interface(bus.get_object(name, "/" + path), "org.kde.StatusNotifierItem")
+        sni = tray_item(bus, item)
         sni.Activate(10, 10)
         check("activating the icon opens the panel", wait_for(lambda: showing(window("Vantrel"))))
         panel = window("Vantrel")
@@ -164,10 +81,7 @@ def main():
         check(f"Quit Vantrel in the context menu ends the application (status {app.poll()})",
               app.poll() == 0)
     finally:
-        for process in (app, watcher):
-            if process.poll() is None:
-                process.terminate()
-                process.wait(5)
+        stop(app, watcher)
     return 1 if failures else 0
 
 

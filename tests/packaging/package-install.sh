@@ -56,13 +56,8 @@ trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-passed=0 failed=0
-check() {
-    local description="$1"
-    shift
-    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
-    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
-}
+# shellcheck source=../scripts/checks.sh
+source "$(dirname "$0")/../scripts/checks.sh"
 
 # --- The package file, before installing.
 echo "lintian on $(basename "$deb"):"
@@ -133,5 +128,4 @@ for file in "${files[@]}" "$packaged_helper"; do
 done
 check "no file or folder of the package is left${left:+: ${left[*]}}" test ${#left[@]} -eq 0
 
-echo "package install: $passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish "package install"

@@ -9,7 +9,7 @@
 # to /usr.
 set -euo pipefail
 
-helper="$1" packaged_helper="$2" scale="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
+helper="$1" packaged_helper="$2"
 read -r -a as_root <<<"${VANTREL_TEST_ROOT_COMMAND:-}"
 
 [ -n "${VANTREL_TEST_KEYRING_PASSWORD:-}" ] || { echo "run me under with-keyring.sh" >&2; exit 2; }
@@ -17,22 +17,8 @@ read -r -a as_root <<<"${VANTREL_TEST_ROOT_COMMAND:-}"
 work="$(mktemp -d)" app_pid=""
 trap '[ -z "$app_pid" ] || kill -KILL "$app_pid" 2>/dev/null; rm -rf "$work"' EXIT
 
-passed=0 failed=0
-check() {
-    local description="$1"
-    shift
-    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
-    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
-}
-
-wait_for() {
-    local deadline=$((SECONDS + $1 * scale))
-    shift
-    until "$@"; do
-        [ "$SECONDS" -lt "$deadline" ] || return 1
-        sleep 0.1
-    done
-}
+# shellcheck source=../scripts/checks.sh
+source "$(dirname "$0")/../scripts/checks.sh"
 
 start_app() { /usr/bin/vantrel >"$work/$1.out" 2>"$work/$1.err" & app_pid=$!; }
 stop_app() {
@@ -84,5 +70,4 @@ check "quitting stops the helper" wait_for 10 bash -c "! kill -0 $helper_pid 2>/
 for log in "$work"/*.out "$work"/*.err; do
     echo "--- $(basename "$log")" && cat "$log"
 done
-echo "packaged session: $passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish "packaged session"

@@ -120,7 +120,18 @@ public:
     }
     void setString(const QString& key, const QString& value) override { values.insert(key, value); }
     void setBoolean(const QString& key, bool value) override { values.insert(key, value); }
+    std::optional<QString> readProblem() const override { return problem; }
+    void commit() override {
+        if (commitFailure) {
+            throw PlatformError(*commitFailure);
+        }
+        ++commits;
+        problem.reset();
+    }
     QHash<QString, QVariant> values;
+    std::optional<QString> problem;
+    std::optional<QString> commitFailure; // thrown as a PlatformError
+    int commits = 0;
 };
 
 class FakeConfigFile : public TrackerConfigWriting {

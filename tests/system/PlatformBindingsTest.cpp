@@ -1,3 +1,5 @@
+#include "SystemTestFiles.h"
+#include "core/VantrelError.h"
 #include "system/HostnamedHostNamer.h"
 #include "system/InstallLayout.h"
 #include "system/QSettingsDefaultsStore.h"
@@ -6,6 +8,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace {
@@ -48,15 +51,114 @@ TEST(QSettingsDefaultsStore, ReadsThePreferencesFileWhereTheDocumentationPutsIt)
               QStringList{"Vantrel.conf"});
 }
 
-TEST(QSettingsDefaultsStore, LeavesAFileItCannotParseAsItIs) {
-    QTemporaryDir dir;
-    const QByteArray broken = "[General\nserverURL=\"https://unterminated\n\xff\xfe";
-    writeFile(dir.filePath("Vantrel.conf"), broken, QFile::ReadOwner | QFile::WriteOwner);
-    QSettingsDefaultsStore(dir.filePath("Vantrel.conf")).setBoolean("launchAtLogin", true);
-    QFile reread(dir.filePath("Vantrel.conf"));
-    ASSERT_TRUE(reread.open(QIODevice::ReadOnly));
-    EXPECT_EQ(reread.readAll(), broken);
+// What may sit where the preferences file belongs: a file the store reads; one it cannot read,
+// which it leaves alone until the user saves and then keeps beside the new one; or a place it
+// cannot write to at all, which only the save reports.
+struct PreferencesRow {
+    const char* name;
+    std::function<void(const QString& path)> setup;
+    bool readable;
+    std::optional<QString> storedURL = {};
+    // Where the save keeps what could not be read, beside the file.
+    QString aside = QSettingsDefaultsStore::unreadableSuffix();
+    bool saveFails = false;
+};
+
+// A file's bytes, a folder's listing or nothing, to tell that it moved unchanged.
+QByteArray describe(const QString& path) {
+    const QFileInfo info(path);
+    if (info.isDir()) {
+        return "folder: " + QDir(path).entryList(QDir::Files).join(' ').toUtf8();
+    }
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(nothing)");
 }
+
+class PreferencesOnDisk : public testing::TestWithParam<PreferencesRow> {};
+
+TEST_P(PreferencesOnDisk, UsesTheDefaultsAndLosesNothing) {
+    const PreferencesRow& row = GetParam();
+    QTemporaryDir dir;
+    const QString path = dir.filePath("Vantrel/Vantrel.conf");
+    row.setup(path);
+    const QByteArray original = describe(path);
+    const QByteArray before = SystemTestFiles::snapshot(dir.path());
+
+    QSettingsDefaultsStore defaults(path);
+    if (row.readable) {
+        EXPECT_EQ(defaults.readProblem(), std::nullopt);
+    } else {
+        EXPECT_EQ(defaults.readProblem(),
+                  "The preferences in " + path +
+                      " could not be read, so Vantrel is using the defaults. Saving the settings "
+                      "starts a new file and keeps the unreadable one beside it.");
+    }
+    EXPECT_EQ(defaults.string("serverURL"), row.storedURL) << "nothing half read";
+    EXPECT_FALSE(defaults.boolean("launchAtLoginInitialized"));
+
+    // What start-up writes by itself: it reads back, and an unreadable file stays as it is.
+    defaults.setString("serverURL", "https://new.example");
+    defaults.setBoolean("launchAtLogin", false);
+    EXPECT_EQ(defaults.string("serverURL"), "https://new.example");
+    if (!row.readable) {
+        EXPECT_EQ(SystemTestFiles::snapshot(dir.path()), before);
+    }
+
+    // The user's save.
+    if (row.saveFails) {
+        EXPECT_THROW(defaults.commit(), VantrelError);
+        EXPECT_EQ(SystemTestFiles::snapshot(dir.path()), before);
+        return;
+    }
+    defaults.commit();
+    EXPECT_EQ(defaults.readProblem(), std::nullopt);
+    const QSettingsDefaultsStore reread(path);
+    EXPECT_EQ(reread.readProblem(), std::nullopt);
+    EXPECT_EQ(reread.string("serverURL"), "https://new.example");
+    EXPECT_FALSE(reread.boolean("launchAtLogin"));
+    EXPECT_FALSE(reread.boolean("launchAtLoginInitialized"));
+    if (!row.readable) {
+        EXPECT_EQ(describe(path + row.aside), original);
+    }
+}
+
+const auto writes = [](const QByteArray& contents) {
+    return [contents](const QString& path) {
+        writeFile(path, contents, QFile::ReadOwner | QFile::WriteOwner);
+    };
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, PreferencesOnDisk,
+    testing::Values(
+        PreferencesRow{"Absent", [](const QString&) {}, true},
+        PreferencesRow{"Empty", writes(""), true},
+        PreferencesRow{"Written", writes("[General]\nserverURL=https://old.example\n"), true,
+                       "https://old.example"},
+        PreferencesRow{"Garbage", writes(QByteArray("\0\1\xff\xfe garbage\x7f", 13)), false},
+        PreferencesRow{"NotINI", writes("}{ not ini at all\nfoo"), false},
+        PreferencesRow{"InvalidUTF8",
+                       writes("[General]\nserverURL=https://old.example\nx=\xc3\x28\n"), false},
+        PreferencesRow{"HalfParsable",
+                       writes("[General\nserverURL=\"https://unterminated\n\xff\xfe"), false},
+        PreferencesRow{"Folder", [](const QString& path) { writes("kept")(path + "/keep.txt"); },
+                       false},
+        PreferencesRow{"EarlierUnreadableKept",
+                       [](const QString& path) {
+                           writes("older")(path + QSettingsDefaultsStore::unreadableSuffix());
+                           writes("\xff\xfe")(path);
+                       },
+                       false,
+                       {},
+                       QSettingsDefaultsStore::unreadableSuffix() + "-2"},
+        PreferencesRow{
+            "FileInPlaceOfItsFolder",
+            [](const QString& path) { writes("not a folder")(QFileInfo(path).absolutePath()); },
+            true,
+            {},
+            {},
+            true}),
+    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(InstallLayout, FindsAnExecutableHelperInLibexecWhenInstalledAndElseBesideTheApplication) {
     QTemporaryDir prefix;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
@@ -43,6 +44,25 @@ inline std::pair<ino_t, qint64> identity(const QString& path) {
 inline QStringList entriesStartingWith(const QString& directory, const QString& prefix) {
     return QDir(directory).entryList({prefix + "*"}, QDir::AllEntries | QDir::Hidden |
                                                          QDir::System | QDir::NoDotAndDotDot);
+}
+
+// Everything under `root`: each entry's path, link target, permissions and a hash of a regular
+// file's contents. Equal snapshots mean nothing was created, removed, replaced or changed.
+inline QByteArray snapshot(const QString& root) {
+    QByteArray result;
+    QDirIterator entries(root,
+                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        const QFileInfo entry(entries.next());
+        result += entry.filePath().toUtf8() + " " + entry.symLinkTarget().toUtf8() + " " +
+                  QByteArray::number(int(entry.permissions())) + " ";
+        if (entry.isFile() && !entry.isSymLink()) {
+            result += QByteArray::number(qHash(read(entry.filePath())));
+        }
+        result += "\n";
+    }
+    return result;
 }
 
 } // namespace SystemTestFiles

@@ -179,22 +179,7 @@ void PrintTo(const OnDiskRow& row, std::ostream* out) {
 
 class ConfigOnDisk : public ConfigFileTest, public testing::WithParamInterface<OnDiskRow> {
 protected:
-    // Everything under the home directory: each entry's kind, link target and contents.
-    QByteArray snapshot() const {
-        QByteArray result;
-        QDirIterator entries(m_home.path(),
-                             QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                             QDirIterator::Subdirectories);
-        while (entries.hasNext()) {
-            const QFileInfo entry(entries.next());
-            result += entry.filePath().toUtf8() + " " + entry.symLinkTarget().toUtf8() + " ";
-            if (entry.isFile() && !entry.isSymLink()) {
-                result += QByteArray::number(qHash(read(entry.filePath())));
-            }
-            result += "\n";
-        }
-        return result;
-    }
+    QByteArray snapshot() const { return SystemTestFiles::snapshot(m_home.path()); }
 };
 
 TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {

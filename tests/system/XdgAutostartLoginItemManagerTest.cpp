@@ -1,6 +1,7 @@
 #include "system/XdgAutostartLoginItemManager.h"
 
 #include "SystemTestFiles.h"
+#include "core/VantrelError.h"
 
 #include <QDir>
 #include <QFile>
@@ -8,7 +9,9 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <functional>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 using namespace SystemTestFiles;
 
@@ -17,7 +20,7 @@ namespace {
 const QString application = "/opt/vantrel/bin/vantrel";
 
 class AutostartTest : public testing::Test {
-protected:
+public:
     QString configHome() const { return m_root.filePath("config"); }
     QString entry() const { return configHome() + "/autostart/vantrel.desktop"; }
     XdgAutostartLoginItemManager manager(const QString& executable = application) const {
@@ -97,6 +100,70 @@ INSTANTIATE_TEST_SUITE_P(
             "[Desktop Entry]\nType=Application\nName=V\nExec=\"/opt/vantrel/bin/vantrel\"\n", true,
             false},
         ExistingEntryRow{"NotADesktopEntryAtAll", "\xFF\xFE garbage", true, false}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+// Something in the way of the entry. Either request fails with the platform's words for it, and
+// a failed one leaves everything as it was: a registered entry stays registered.
+struct BlockedRow {
+    const char* name;
+    std::function<void(AutostartTest&)> setup;
+    // Substrings of each request's error; empty for success.
+    QString enableError;
+    QString disableError;
+    bool needsNonRoot = false; // root ignores mode bits
+};
+
+class AutostartBlocked : public AutostartTest, public testing::WithParamInterface<BlockedRow> {
+protected:
+    QString failureOf(bool enabled) {
+        try {
+            manager().setEnabled(enabled);
+        } catch (const VantrelError& error) {
+            return error.description();
+        }
+        return {};
+    }
+};
+
+TEST_P(AutostartBlocked, FailsClearlyAndLosesNothing) {
+    const BlockedRow& row = GetParam();
+    if (row.needsNonRoot && ::geteuid() == 0) {
+        GTEST_SKIP() << "root writes into read-only folders";
+    }
+    row.setup(*this);
+    for (const bool enabled : {true, false}) {
+        const QByteArray before = snapshot(m_root.path());
+        const QString error = failureOf(enabled);
+        const QString& expected = enabled ? row.enableError : row.disableError;
+        EXPECT_EQ(error.isEmpty(), expected.isEmpty()) << enabled << " " << error.toStdString();
+        EXPECT_TRUE(error.contains(expected)) << error.toStdString();
+        if (!error.isEmpty()) {
+            EXPECT_EQ(snapshot(m_root.path()), before) << enabled;
+        }
+    }
+    QFile::setPermissions(configHome() + "/autostart",
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, AutostartBlocked,
+    testing::Values(
+        BlockedRow{"FileInPlaceOfTheFolder",
+                   [](AutostartTest& fixture) {
+                       write(fixture.configHome() + "/autostart", "not a folder");
+                   },
+                   "/autostart: Not a directory", ""},
+        BlockedRow{"FolderInPlaceOfTheEntry",
+                   [](AutostartTest& fixture) { write(fixture.entry() + "/keep.txt", "kept"); },
+                   "vantrel.desktop", "vantrel.desktop"},
+        BlockedRow{"ReadOnlyFolder",
+                   [](AutostartTest& fixture) {
+                       fixture.manager().setEnabled(true);
+                       QFile::setPermissions(fixture.configHome() + "/autostart",
+                                             QFile::ReadOwner | QFile::ExeOwner);
+                   },
+                   // Enabling finds the entry already there; removing it needs the folder.
+                   "", "Could not remove", true}),
     [](const auto& row) { return std::string(row.param.name); });
 
 } // namespace

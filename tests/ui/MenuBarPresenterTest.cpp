@@ -63,17 +63,21 @@ TEST_P(InternetDateTime, parsesOnlyStrictTimestamps) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, InternetDateTime,
-    ::testing::Values(ParseRow{"fractional", "2024-05-01T10:00:00.123Z", uploadedAt.addMSecs(123)},
-                      ParseRow{"plain", "2024-05-01T10:00:00Z", uploadedAt},
-                      ParseRow{"offset", "2024-05-01T12:00:00+02:00", uploadedAt},
-                      ParseRow{"longFraction", "2024-05-01T10:00:00.123456Z",
-                               uploadedAt.addMSecs(123)},
-                      ParseRow{"spaceAndNoZone", "2024-05-01 10:00", std::nullopt},
-                      ParseRow{"noZone", "2024-05-01T10:00:00", std::nullopt},
-                      ParseRow{"noSeconds", "2024-05-01T10:00Z", std::nullopt},
-                      ParseRow{"impossibleDay", "2024-02-30T10:00:00Z", std::nullopt},
-                      ParseRow{"trailingText", "2024-05-01T10:00:00Z ", std::nullopt},
-                      ParseRow{"empty", "", std::nullopt}),
+    ::testing::Values(
+        ParseRow{"fractional", "2024-05-01T10:00:00.123Z", uploadedAt.addMSecs(123)},
+        ParseRow{"plain", "2024-05-01T10:00:00Z", uploadedAt},
+        ParseRow{"offset", "2024-05-01T12:00:00+02:00", uploadedAt},
+        ParseRow{"longFraction", "2024-05-01T10:00:00.123456Z", uploadedAt.addMSecs(123)},
+        ParseRow{"spaceAndNoZone", "2024-05-01 10:00", std::nullopt},
+        ParseRow{"noZone", "2024-05-01T10:00:00", std::nullopt},
+        ParseRow{"noSeconds", "2024-05-01T10:00Z", std::nullopt},
+        ParseRow{"impossibleDay", "2024-02-30T10:00:00Z", std::nullopt},
+        ParseRow{"trailingText", "2024-05-01T10:00:00Z ", std::nullopt},
+        ParseRow{"trailingLineFeed", "2024-05-01T10:00:00Z\n", std::nullopt},
+        ParseRow{"otherScriptsDigits", "٢٠٢٤-05-01T10:00:00Z", std::nullopt},
+        ParseRow{"offsetBeforeTheFirstYear", "0001-01-01T00:00:00+01:00", std::nullopt},
+        ParseRow{"offsetAfterTheLastYear", "9999-12-31T23:59:59-01:00", std::nullopt},
+        ParseRow{"empty", "", std::nullopt}),
     rowName);
 
 TEST(LastSyncAbsolute, usesTheMediumDateAndShortTimeOfTheLocaleInTheTimeZone) {
