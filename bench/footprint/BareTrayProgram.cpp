@@ -1,6 +1,20 @@
-// The baseline of the footprint benchmark: the least a Qt Widgets tray program does. One tray
-// icon with a two-entry menu, created once the session's tray host is on the bus (as the
-// application does, since Qt caches a negative answer), and nothing else.
+// The baselines of the footprint benchmark, one source built twice.
+//
+// footprint_bare_tray: the least a Qt Widgets tray program does, one tray icon with a two-entry
+// menu, created once the session's tray host is on the bus (as the application does, since Qt
+// caches a negative answer), and nothing else. It links nothing more, since merely loading a
+// library costs memory.
+//
+// footprint_services_tray <url>: the same program plus the two platform services a signed-in
+// companion cannot do without, through the application's own bindings: the API key read once
+// from the Secret Service, and an HTTPS GET of <url> at start and every 60 s through one
+// QNetworkAccessManager that trusts the same certificate authorities. What the application costs
+// beyond this second baseline is its own.
+
+#ifdef FOOTPRINT_WITH_SERVICES
+#include "api/EnvironmentCertificateTrust.h"
+#include "system/SecretServiceCredentialStore.h"
+#endif
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -10,7 +24,14 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QSystemTrayIcon>
+#ifdef FOOTPRINT_WITH_SERVICES
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcessEnvironment>
+#include <QTimer>
+#endif
 
+#include <cstdio>
 #include <memory>
 
 namespace {
@@ -29,11 +50,48 @@ QIcon drawnIcon() {
     return icon;
 }
 
+#ifdef FOOTPRINT_WITH_SERVICES
+// Reads the key and keeps fetching; a failure is printed, since a baseline that silently skipped
+// its TLS handshake would measure less than it claims.
+void startServices(QApplication& app, const QUrl& url) {
+    SecretServiceCredentialStore store("com.keldor.vantrel", "tracker-api-key");
+    try {
+        if (!store.loadAPIKey()) {
+            std::fprintf(stderr, "footprint_services_tray: no API key in the secret store\n");
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "footprint_services_tray: %s\n", error.what());
+    }
+    EnvironmentCertificateTrust::install(QProcessEnvironment::systemEnvironment());
+    auto* manager = new QNetworkAccessManager(&app);
+    const auto fetch = [manager, url] {
+        QNetworkReply* reply = manager->get(QNetworkRequest(url));
+        QObject::connect(reply, &QNetworkReply::finished, reply, [reply] {
+            if (reply->error() != QNetworkReply::NoError) {
+                std::fprintf(stderr, "footprint_services_tray: %s\n",
+                             qPrintable(reply->errorString()));
+            }
+            reply->deleteLater();
+        });
+    };
+    fetch();
+    auto* timer = new QTimer(&app);
+    QObject::connect(timer, &QTimer::timeout, fetch);
+    timer->start(60'000);
+}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
+#ifdef FOOTPRINT_WITH_SERVICES
+    if (QApplication::arguments().size() != 2) {
+        std::fprintf(stderr, "usage: footprint_services_tray <url>\n");
+        return 2;
+    }
+#endif
 
     QMenu menu;
     menu.addAction("Open");
@@ -55,5 +113,9 @@ int main(int argc, char** argv) {
     if (bus.interface() && bus.interface()->isServiceRegistered(watcherName)) {
         createIcon();
     }
+#ifdef FOOTPRINT_WITH_SERVICES
+    // After the icon, as the application asks only once its icon is up.
+    QTimer::singleShot(0, &app, [&app] { startServices(app, QUrl(QApplication::arguments()[1])); });
+#endif
     return QApplication::exec();
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """The footprint benchmark's driver. run.sh starts it inside a private keyring session and beside
 the local HTTPS service; it starts its own virtual X server and the stand-in tray host, then runs
-the bare tray program and the application one after the other and prints their figures.
+the bare tray program, the same program using the secret store and TLS, and the application one
+after the other and prints their figures.
 
     footprint.py [--quick] [--detail] <build dir>
 """
@@ -267,7 +268,8 @@ def start_x_server(work):
 
 def prepare_application(build, work):
     """The application installed beside the scripted helper, signed in with a key in the private
-    keyring, its API on the local HTTPS service, the helper reporting a recent upload."""
+    keyring, its API on the local HTTPS service, the helper reporting a recent upload. Returns the
+    program and the address of today's total on that service."""
     home = os.environ["HOME"]
     prefix = os.path.join(work, "prefix")
     os.makedirs(os.path.join(prefix, "bin"))
@@ -305,7 +307,8 @@ def prepare_application(build, work):
                   "launchAtLogin=false\nlaunchAtLoginInitialized=true\n")
     subprocess.run(["secret-tool", "store", "--label=Vantrel", "service", "com.keldor.vantrel",
                     "account", "tracker-api-key"], input=b"bench-key-0123456789", check=True)
-    return os.path.join(prefix, "bin/vantrel")
+    summary_url = f"https://127.0.0.1:{port}/api/vantrel/v1/users/current/statusbar/today"
+    return os.path.join(prefix, "bin/vantrel"), summary_url
 
 
 # --- The runs ------------------------------------------------------------------------------------
@@ -349,11 +352,12 @@ def measure(name, host, command, env, settle, idle, window_cycles, detail):
             print(f"\n{name}: largest mappings by PSS after the windows (kB)")
             for mapping, kilobytes in mappings(process.pid):
                 print(f"  {kilobytes:8d}  {mapping}")
-        cpu_before, switches_before = cpu_and_switches(process.pid)
-        time.sleep(idle)
-        cpu_after, switches_after = cpu_and_switches(process.pid)
-        figures["cpu"] = cpu_after - cpu_before
-        figures["switches"] = switches_after - switches_before
+        if idle:
+            cpu_before, switches_before = cpu_and_switches(process.pid)
+            time.sleep(idle)
+            cpu_after, switches_after = cpu_and_switches(process.pid)
+            figures["cpu"] = cpu_after - cpu_before
+            figures["switches"] = switches_after - switches_before
         if process.poll() is not None:
             raise Failure(f"{name} ended during the run")
         return figures
@@ -374,10 +378,13 @@ def ratio(value, base):
     return f"{value / base:6.2f}×" if base else "     —"
 
 
-def report(bare, app, idle):
+def report(bare, services, app, idle):
     print(f"\nfootprint: {idle:.0f} s idle window; ratios to the bare Qt tray program "
           "measured in this run")
-    print(f"{'':44s}{'bare':>12s}{'vantrel':>12s}{'ratio':>9s}")
+    print("(bare+services: the bare program reading the key from the Secret Service and fetching "
+          "over HTTPS every 60 s through the application's own bindings)")
+    print(f"{'':44s}{'bare':>10s}{'vantrel':>10s}{'ratio':>9s}"
+          f"{'bare+services':>15s}{'vantrel to it':>15s}")
     rows = [
         ("idle RSS, panel never opened (MB)", "rss", 1 / 1024),
         ("idle PSS, panel never opened (MB)", "pss", 1 / 1024),
@@ -388,8 +395,12 @@ def report(bare, app, idle):
         ("start to tray icon, median (ms)", "icon", 1000),
     ]
     for label, key, scale in rows:
-        print(f"{label:44s}{bare[key] * scale:12.1f}{app[key] * scale:12.1f}"
-              f"{ratio(app[key], bare[key]):>9s}")
+        line = (f"{label:44s}{bare[key] * scale:10.1f}{app[key] * scale:10.1f}"
+                f"{ratio(app[key], bare[key]):>9s}")
+        if key in services:
+            line += (f"{services[key] * scale:15.1f}"
+                     f"{ratio(app[key], services[key]):>15s}")
+        print(line)
     print(f"vantrel after windows / before: RSS {ratio(app['rss_after'], app['rss'])}, "
           f"PSS {ratio(app['pss_after'], app['pss'])}")
     print("start to tray icon, each start (ms): bare "
@@ -417,7 +428,7 @@ def main():
         server = start_x_server(work)
         screen = Screen()
         host = TrayHost(bus, work)
-        vantrel = prepare_application(build, work)
+        vantrel, summary_url = prepare_application(build, work)
         env = dict(os.environ, QT_QPA_PLATFORM="xcb")
         env.pop("VANTREL_TEST_KEYRING_PASSWORD", None)
         app_env = dict(env)
@@ -430,6 +441,11 @@ def main():
         start_times(host, bare_command, env, 1)
         start_times(host, [vantrel], app_env, 1)
         bare = measure("bare", host, bare_command, env, settle, idle, None, arguments.detail)
+        # Idle CPU and start-up are the application's own matter; this baseline is for memory.
+        services_command = [os.path.join(build, "bin/footprint_services_tray"), summary_url]
+        services = measure("bare+services", host, services_command,
+                           app_env, settle, 0, None, arguments.detail)
+        services = {key: services[key] for key in ("rss", "pss")}
         app = measure("vantrel", host, [vantrel], app_env, settle, idle,
                       lambda: open_and_close_windows(bus, screen, 3), arguments.detail)
         bare["icons"] = [bare["icon"]]
@@ -439,7 +455,7 @@ def main():
             app["icons"] += start_times(host, [vantrel], app_env, 1)
         bare["icon"] = statistics.median(bare["icons"])
         app["icon"] = statistics.median(app["icons"])
-        report(bare, app, idle)
+        report(bare, services, app, idle)
         return 0
     except Failure as failure:
         print(f"footprint: {failure}", file=sys.stderr)
