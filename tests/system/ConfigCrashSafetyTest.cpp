@@ -1,11 +1,13 @@
 #include "SystemTestFiles.h"
 #include "system/TrackerConfigFile.h"
 
+#include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
 
+#include <algorithm>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -41,6 +43,16 @@ TEST(ConfigCrashSafety, KilledWriterLeavesOldOrNewContentsAndAtMostOneTemporaryF
     const QString directory = home.filePath(".vantrel");
     const QString path = directory + "/config.toml";
     write(path, contents(0));
+    // Kills land at random points of a write's own length, so that most rounds see a write
+    // finish and some cut one short, however slow the machine or the sanitizers make writing.
+    qint64 oneWriteMicroseconds = 1000;
+    for (int warmUp = 0; warmUp < 2; ++warmUp) {
+        QElapsedTimer timer;
+        timer.start();
+        TrackerConfigFile(path).setValue(value(0), "api_url");
+        oneWriteMicroseconds = std::max(oneWriteMicroseconds, timer.nsecsElapsed() / 1000);
+    }
+    ASSERT_EQ(generationOf(read(path)), 0);
 
     QRandomGenerator random(20240501);
     qint64 lastSeen = 0;
@@ -56,7 +68,8 @@ TEST(ConfigCrashSafety, KilledWriterLeavesOldOrNewContentsAndAtMostOneTemporaryF
                 ::_exit(1);
             }
         }
-        QThread::usleep(5000 + random.bounded(60000));
+        QThread::usleep(static_cast<unsigned long>(oneWriteMicroseconds / 2 +
+                                                   random.bounded(oneWriteMicroseconds * 3)));
         ::kill(writer, SIGKILL);
         int status = 0;
         ASSERT_EQ(::waitpid(writer, &status, 0), writer);
