@@ -44,19 +44,8 @@ void setTextKeepingCursor(QLineEdit* field, const QString& text) {
 
 } // namespace
 
-SettingsWindow::SettingsWindow(AppState& state, QWidget* parent)
-    : SettingsWindow(std::make_unique<SettingsPresenter>(state), parent) {}
-
 SettingsWindow::SettingsWindow(SettingsPresenter& presenter, QWidget* parent)
-    : SettingsWindow(std::unique_ptr<SettingsPresenter>(), presenter, parent) {}
-
-SettingsWindow::SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter, QWidget* parent)
-    : SettingsWindow(std::move(ownPresenter), *ownPresenter, parent) {}
-
-SettingsWindow::SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter,
-                               SettingsPresenter& presenter, QWidget* parent)
     : QDialog(parent)
-    , m_ownPresenter(std::move(ownPresenter))
     , m_presenter(presenter) {
     setObjectName(QStringLiteral("settings"));
     setWindowTitle(QStringLiteral("Vantrel Settings"));

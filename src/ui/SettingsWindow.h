@@ -4,9 +4,6 @@
 
 #include <QDialog>
 
-#include <memory>
-
-class AppState;
 class QCheckBox;
 class QLabel;
 class QLineEdit;
@@ -20,9 +17,7 @@ class QWidget;
 class SettingsWindow : public QDialog {
     Q_OBJECT
 public:
-    // With a presenter of its own.
-    explicit SettingsWindow(AppState& state, QWidget* parent = nullptr);
-    // Rendering a presenter that outlives it.
+    // Renders a presenter that outlives it, so that what the user typed survives the window.
     explicit SettingsWindow(SettingsPresenter& presenter, QWidget* parent = nullptr);
 
     SettingsPresenter& presenter() { return m_presenter; }
@@ -31,9 +26,6 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
-    SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter, QWidget* parent);
-    SettingsWindow(std::unique_ptr<SettingsPresenter>&& ownPresenter, SettingsPresenter& presenter,
-                   QWidget* parent);
     QWidget* makeConnectionSection();
     QWidget* makeStartupSection();
     QWidget* makeActionSection();
@@ -42,7 +34,6 @@ private:
     void renderFeedback();
     void clearInitialFocus();
 
-    std::unique_ptr<SettingsPresenter> m_ownPresenter;
     SettingsPresenter& m_presenter;
     QLabel* m_description = nullptr;
     QPushButton* m_signInButton = nullptr;

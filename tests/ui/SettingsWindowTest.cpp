@@ -43,7 +43,8 @@ struct SettingsScene {
 
     AppHarness harness;
     std::unique_ptr<AppState> state = harness.make(false);
-    SettingsWindow window{*state};
+    SettingsPresenter presenter{*state};
+    SettingsWindow window{presenter};
 };
 
 TEST(SettingsWindow, ReturnSavesTheFieldsAsTypedThenClearsTheKeyInGreen) {

@@ -64,7 +64,8 @@ int main(int argc, char** argv) {
 
     {
         Fixture fixture(false);
-        SettingsWindow settings(*fixture.state);
+        SettingsPresenter presenter(*fixture.state);
+        SettingsWindow settings(presenter);
         ok &= save(settings, out.filePath("settings-signed-out.png"));
         DiagnosticsWindow diagnostics(*fixture.state, fixture.harness.supervisor);
         ok &= save(diagnostics, out.filePath("diagnostics-signed-out.png"));
@@ -72,7 +73,8 @@ int main(int argc, char** argv) {
     {
         Fixture fixture(true);
         fixture.harness.supervisor.setTrackerStatus(trackingStatus());
-        SettingsWindow settings(*fixture.state);
+        SettingsPresenter presenter(*fixture.state);
+        SettingsWindow settings(presenter);
         expandAdvanced(settings);
         ok &= save(settings, out.filePath("settings-signed-in.png"));
         DiagnosticsWindow diagnostics(*fixture.state, fixture.harness.supervisor);
@@ -85,7 +87,8 @@ int main(int argc, char** argv) {
         fixture.harness.supervisor.setTrackerStatus(status);
         fixture.harness.supervisor.setCrashLocked(true);
         fixture.harness.supervisor.setLastError("Tracker helper exited with status 3.");
-        SettingsWindow settings(*fixture.state);
+        SettingsPresenter presenter(*fixture.state);
+        SettingsWindow settings(presenter);
         settings.show();
         expandAdvanced(settings);
         settings.findChild<QLineEdit*>("serverURL")->setText("http://vantrel.internal/api");
