@@ -2,13 +2,10 @@
 
 NetworkInformationReturnWatcher::NetworkInformationReturnWatcher(QObject* parent)
     : NetworkReturnWatching(parent) {
-    m_following =
-        QNetworkInformation::loadBackendByFeatures(QNetworkInformation::Feature::Reachability);
-    QNetworkInformation* information = QNetworkInformation::instance();
-    if (!m_following || !information) {
-        m_following = false;
+    if (!QNetworkInformation::loadBackendByFeatures(QNetworkInformation::Feature::Reachability)) {
         return;
     }
+    QNetworkInformation* information = QNetworkInformation::instance();
     m_reachability = information->reachability();
     connect(information, &QNetworkInformation::reachabilityChanged, this,
             &NetworkInformationReturnWatcher::onReachabilityChanged);

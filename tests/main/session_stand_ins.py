@@ -77,14 +77,6 @@ class Notifications(dbus.service.Object):
             self.NotificationClosed(id, 3)
         self.record(f"close {id}")
 
-    @dbus.service.method("org.freedesktop.Notifications", out_signature="as")
-    def GetCapabilities(self):
-        return ["actions", "body"]
-
-    @dbus.service.method("org.freedesktop.Notifications", out_signature="ssss")
-    def GetServerInformation(self):
-        return ["stand-in", "test", "0", "1.2"]
-
     @dbus.service.signal("org.freedesktop.Notifications", signature="uu")
     def NotificationClosed(self, id, reason):
         pass
