@@ -19,8 +19,18 @@ void TodaySummaryPoller::start(QString serverURL, QString apiKey,
     stop();
     const TaskHandle handle;
     m_task = handle;
+    m_serverURL = serverURL;
+    m_apiKey = apiKey;
+    m_onUpdate = onUpdate;
     refreshLoop(QPointer<TodaySummaryPoller>(this), handle.token(), std::move(serverURL),
                 std::move(apiKey), std::move(onUpdate));
+}
+
+void TodaySummaryPoller::refreshNow() {
+    // A new loop, so that the next regular fetch counts from this one.
+    if (m_task) {
+        start(m_serverURL, m_apiKey, m_onUpdate);
+    }
 }
 
 void TodaySummaryPoller::stop() {
@@ -28,6 +38,8 @@ void TodaySummaryPoller::stop() {
         m_task->cancel();
         m_task.reset();
     }
+    m_apiKey.clear();
+    m_onUpdate = nullptr;
 }
 
 QCoro::Task<void>

@@ -26,6 +26,7 @@ public:
     void start(QString serverURL, QString apiKey,
                std::function<void(const TodaySummary&)> onUpdate) override;
     void stop() override;
+    void refreshNow() override;
 
     bool isRunning() const { return m_task.has_value(); }
 
@@ -38,4 +39,8 @@ private:
     SleepScheduling* m_sleeper;
     double m_refreshInterval;
     std::optional<TaskHandle> m_task;
+    // What the running loop was started with, for refreshNow().
+    QString m_serverURL;
+    QString m_apiKey;
+    std::function<void(const TodaySummary&)> m_onUpdate;
 };

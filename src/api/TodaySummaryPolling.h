@@ -16,4 +16,7 @@ public:
     virtual void start(QString serverURL, QString apiKey,
                        std::function<void(const TodaySummary&)> onUpdate) = 0;
     virtual void stop() = 0;
+    // A running loop fetches at once and goes on at its usual pace from there; a stopped one
+    // stays stopped.
+    virtual void refreshNow() = 0;
 };

@@ -6,10 +6,15 @@
 #include "api/TodaySummaryClient.h"
 #include "api/TodaySummaryPoller.h"
 #include "app/AppState.h"
+#include "app/ResumeRefresher.h"
+#include "main/DesktopScenes.h"
 #include "main/FirstRequestPreparedNetworkAccessManager.h"
+#include "system/FreedesktopNotifier.h"
 #include "system/HostnamedHostNamer.h"
 #include "system/InstallLayout.h"
 #include "system/LegacyTrackerMigration.h"
+#include "system/Login1SessionResumeWatcher.h"
+#include "system/NetworkInformationReturnWatcher.h"
 #include "system/QProcessSystemCommandRunner.h"
 #include "system/QSettingsDefaultsStore.h"
 #include "system/SecretServiceCredentialStore.h"
@@ -19,11 +24,13 @@
 #include "tracker/TaskSleepScheduler.h"
 #include "tracker/TrackerRuntimePaths.h"
 #include "tracker/TrackerSupervisor.h"
+#include "ui/ActionRequiredAnnouncer.h"
 #include "ui/DesktopServicesWorkspace.h"
 #include "ui/QApplicationController.h"
 #include "ui/QClipboardWriter.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <QDir>
 #include <QStandardPaths>
 
@@ -68,12 +75,18 @@ struct CompositionRoot::Collaborators {
     HostnamedHostNamer host;
     // The browser sign-in's own sleep between polls.
     TaskSleepScheduler taskSleeper;
+    Login1SessionResumeWatcher sessionResume{QDBusConnection::systemBus()};
+    NetworkInformationReturnWatcher networkReturn;
+    ResumeRefresher resumeRefresher{sessionResume, networkReturn, supervisor, todaySummaryPoller};
+    FreedesktopNotifier notifier{QDBusConnection::sessionBus(), QStringLiteral("Vantrel"),
+                                 QLatin1String(DesktopScenes::applicationId)};
 };
 
 CompositionRoot::CompositionRoot()
     : m_collaborators(std::make_unique<Collaborators>()) {}
 
 CompositionRoot::~CompositionRoot() {
+    m_announcer.reset();
     m_appState.reset();
 }
 
@@ -100,6 +113,8 @@ AppState& CompositionRoot::makeAppState(bool startAutomatically) {
             .taskSleeper = &c.taskSleeper,
         },
         startAutomatically);
+    m_announcer = std::make_unique<ActionRequiredAnnouncer>(*m_appState, c.supervisor, c.notifier,
+                                                            c.sleeper, c.sessionResume);
     return *m_appState;
 }
 

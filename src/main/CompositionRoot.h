@@ -4,6 +4,7 @@
 
 #include <memory>
 
+class ActionRequiredAnnouncer;
 class AppState;
 class QApplicationController;
 
@@ -31,4 +32,5 @@ private:
     struct Collaborators;
     std::unique_ptr<Collaborators> m_collaborators;
     std::unique_ptr<AppState> m_appState;
+    std::unique_ptr<ActionRequiredAnnouncer> m_announcer;
 };

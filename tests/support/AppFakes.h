@@ -101,9 +101,11 @@ public:
         ++stops;
         onUpdate = nullptr;
     }
+    void refreshNow() override { ++immediateRefreshes; }
 
     QList<std::pair<QString, QString>> starts;
     int stops = 0;
+    int immediateRefreshes = 0;
     std::function<void(const TodaySummary&)> onUpdate;
 };
 
