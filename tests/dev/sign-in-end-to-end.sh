@@ -86,6 +86,7 @@ end_app() {
 # input came first.
 stops() { grep -c 'stopping$' "$HOME/.vantrel/tracker/stdout.log" || true; }
 stopped_again() { [ "$(stops)" -gt "$1" ]; }
+check "a crash would write no core file" grep -Eq '^Max core file size +0 +0 ' "/proc/$app_pid/limits"
 for signal in TERM HUP QUIT; do
     before="$(stops)"
     check "SIG$signal ends the application with status 0" end_app "$signal"
