@@ -73,17 +73,13 @@ check "the road reads signed out, connecting, tracking ($road)" \
     grep -qF 'Sign in required|Vantrel: Connecting|Vantrel: Tracking|' <<<"$road"
 check "no request strayed from the contract" bash -c "! grep -q 'contract violation' '$work/service.log'"
 
-# `kill`, a closed terminal and the quit key each end the application as its Quit action does:
-# status 0, and the helper told to stop rather than left running with the key.
+# `kill`, a closed terminal and the quit key each end it as Quit does: status 0, helper stopped
+# (the development tracker logs "stopping" whether SIGTERM or the end of its input came first).
 end_app() {
     kill -"$1" "$app_pid"
     wait_for 10 bash -c "! kill -0 $app_pid 2>/dev/null" || kill -KILL "$app_pid"
-    local status=0
-    wait "$app_pid" 2>/dev/null || status=$?
-    return "$status"
+    wait "$app_pid" 2>/dev/null
 }
-# The development tracker says "stopping" on its way out, whether SIGTERM or the end of its
-# input came first.
 stops() { grep -c 'stopping$' "$HOME/.vantrel/tracker/stdout.log" || true; }
 stopped_again() { [ "$(stops)" -gt "$1" ]; }
 check "a crash would write no core file" grep -Eq '^Max core file size +0 +0 ' "/proc/$app_pid/limits"
@@ -104,9 +100,7 @@ check "signing out revokes the key on the service" \
     wait_for 30 grep -q "revoked key $fingerprint" "$work/service.log"
 check "signing out clears the keyring" wait_for 10 bash -c \
     "! secret-tool lookup service com.keldor.vantrel account tracker-api-key >/dev/null"
-kill -TERM "$app_pid"
-wait "$app_pid" 2>/dev/null || true
-app_pid=""
+end_app TERM || true
 
 # The old key, handed to a fresh tracker as the application would: a first line on standard
 # input, which stays open.
