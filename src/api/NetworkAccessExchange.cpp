@@ -6,6 +6,7 @@
 #include <QCoroNetworkReply>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QTimer>
 
 #include <memory>
 
@@ -17,14 +18,23 @@ struct DeleteLater {
     void operator()(QObject* object) const { object->deleteLater(); }
 };
 
-// Lives as the reply's child, so its connections, including the cancellation hook, end with it.
-class BodyCollector : public QObject {
+// Lives as the reply's child, so its connections, timer and the cancellation hook end with it.
+// Bounds what one reply may cost: bytes read and time taken.
+class BoundedReading : public QObject {
 public:
-    BodyCollector(QNetworkReply* reply, qsizetype limit)
+    BoundedReading(QNetworkReply* reply, qsizetype limit, std::chrono::milliseconds deadline)
         : QObject(reply)
         , m_reply(reply)
         , m_limit(limit) {
-        connect(reply, &QNetworkReply::readyRead, this, &BodyCollector::drain);
+        connect(reply, &QNetworkReply::readyRead, this, &BoundedReading::drain);
+        // The transfer timeout only notices silence; a server that sends a byte now and then
+        // would hold the exchange open forever.
+        m_deadline.setSingleShot(true);
+        connect(&m_deadline, &QTimer::timeout, this, [this] {
+            m_pastDeadline = true;
+            m_reply->abort();
+        });
+        m_deadline.start(deadline);
     }
 
     void drain() {
@@ -39,12 +49,15 @@ public:
 
     const QByteArray& body() const { return m_body; }
     bool exceeded() const { return m_exceeded; }
+    bool pastDeadline() const { return m_pastDeadline; }
 
 private:
     QNetworkReply* m_reply;
     qsizetype m_limit;
+    QTimer m_deadline;
     QByteArray m_body;
     bool m_exceeded = false;
+    bool m_pastDeadline = false;
 };
 
 // Errors that Qt reports for the exchange itself; the content and server error codes only
@@ -62,7 +75,8 @@ bool isExchangeFailure(QNetworkReply::NetworkError error) {
 QCoro::Task<TransportResponse> NetworkAccessExchange::perform(QNetworkAccessManager* manager,
                                                               TransportRequest request,
                                                               CancellationToken token,
-                                                              qsizetype bodyLimit) {
+                                                              qsizetype bodyLimit,
+                                                              std::chrono::milliseconds deadline) {
     token.throwIfCancelled();
     const bool plainGet = request.method == "GET" && request.body.isEmpty();
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
@@ -71,7 +85,7 @@ QCoro::Task<TransportResponse> NetworkAccessExchange::perform(QNetworkAccessMana
     // Without a bound Qt keeps reading from the socket into its own buffer however slowly the
     // body is consumed.
     reply->setReadBufferSize(bodyLimit + 1);
-    auto* collector = new BodyCollector(reply.get(), bodyLimit);
+    auto* collector = new BoundedReading(reply.get(), bodyLimit, deadline);
     token.onCancel(collector, [raw = reply.get()] { raw->abort(); });
 
     co_await reply.get();
@@ -80,6 +94,10 @@ QCoro::Task<TransportResponse> NetworkAccessExchange::perform(QNetworkAccessMana
     if (!collector->exceeded()) {
         if (token.isCancelled()) {
             throw CancellationError();
+        }
+        if (collector->pastDeadline()) {
+            throw PlatformError(QStringLiteral("No complete answer within %1 s")
+                                    .arg(static_cast<double>(deadline.count()) / 1000));
         }
         if (reply->error() != QNetworkReply::NoError &&
             (!status.isValid() || isExchangeFailure(reply->error()))) {

@@ -6,5 +6,5 @@
 QCoro::Task<TransportResponse> NetworkAccessTodaySummaryTransport::send(TransportRequest request,
                                                                         CancellationToken token) {
     return NetworkAccessExchange::perform(m_manager, std::move(request), std::move(token),
-                                          ServiceRequest::maximumBodyBytes);
+                                          ServiceRequest::maximumBodyBytes, m_deadline);
 }

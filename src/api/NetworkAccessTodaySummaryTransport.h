@@ -1,18 +1,25 @@
 #pragma once
 
+#include "api/ServiceRequest.h"
 #include "api/TodaySummaryTransporting.h"
+
+#include <chrono>
 
 class QNetworkAccessManager;
 
 // Sends through the application's one QNetworkAccessManager, which the composition root owns and
-// keeps alive longer than any request.
+// keeps alive longer than any request. Each exchange ends as a failure `deadline` after it began.
 class NetworkAccessTodaySummaryTransport : public TodaySummaryTransporting {
 public:
-    explicit NetworkAccessTodaySummaryTransport(QNetworkAccessManager* manager)
-        : m_manager(manager) {}
+    explicit NetworkAccessTodaySummaryTransport(
+        QNetworkAccessManager* manager,
+        std::chrono::milliseconds deadline = ServiceRequest::deadline)
+        : m_manager(manager)
+        , m_deadline(deadline) {}
 
     QCoro::Task<TransportResponse> send(TransportRequest request, CancellationToken token) override;
 
 private:
     QNetworkAccessManager* m_manager;
+    std::chrono::milliseconds m_deadline;
 };

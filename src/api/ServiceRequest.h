@@ -12,7 +12,9 @@ class ServiceRequest {
 public:
     // The largest response body a client accepts; transports stop reading one byte beyond it.
     static constexpr qsizetype maximumBodyBytes = 65536;
+    // Silence for `timeout` ends an exchange, and so does `deadline` in all, however busy.
     static constexpr std::chrono::milliseconds timeout{15000};
+    static constexpr std::chrono::milliseconds deadline{60000};
 
     // `path` below the base URL's own path with exactly one "/" between them, or nullopt when the
     // base has no host or its scheme is not literally "https" or "http".

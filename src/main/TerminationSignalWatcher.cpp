@@ -12,6 +12,26 @@ namespace {
 // handler may call nothing but async-signal-safe functions.
 int signalSockets[2] = {-1, -1};
 
+// A closed terminal (SIGHUP) and the terminal's quit key (SIGQUIT) end the application as surely
+// as `kill` does; left to their default actions they would end it without stopping the helper.
+constexpr int watchedSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
+
+void setHandler(void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (const int signalNumber : watchedSignals) {
+        // Started under nohup, the application was asked to outlive its terminal.
+        struct sigaction current {};
+        if (signalNumber == SIGHUP && ::sigaction(SIGHUP, nullptr, &current) == 0 &&
+            current.sa_handler == SIG_IGN) {
+            continue;
+        }
+        ::sigaction(signalNumber, &action, nullptr);
+    }
+}
+
 } // namespace
 
 TerminationSignalWatcher::TerminationSignalWatcher(std::function<void()> onTermination,
@@ -28,20 +48,11 @@ TerminationSignalWatcher::TerminationSignalWatcher(std::function<void()> onTermi
             m_onTermination();
         }
     });
-    struct sigaction action {};
-    action.sa_handler = &TerminationSignalWatcher::handleSignal;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    ::sigaction(SIGTERM, &action, nullptr);
-    ::sigaction(SIGINT, &action, nullptr);
+    setHandler(&TerminationSignalWatcher::handleSignal);
 }
 
 TerminationSignalWatcher::~TerminationSignalWatcher() {
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGTERM, &action, nullptr);
-    ::sigaction(SIGINT, &action, nullptr);
+    setHandler(SIG_DFL);
     for (int& socket : signalSockets) {
         if (socket >= 0) {
             ::close(socket);

@@ -6,9 +6,9 @@
 
 class QSocketNotifier;
 
-// Turns SIGTERM and SIGINT into a call on the GUI thread, so that a logout, `kill` or Ctrl+C
-// quits the way the Quit action does: the helper is stopped instead of being orphaned. Only one
-// watcher may exist per process.
+// Turns SIGTERM, SIGINT, SIGHUP and SIGQUIT into a call on the GUI thread, so that a logout,
+// `kill`, Ctrl+C or a closed terminal quits the way the Quit action does: the helper is stopped
+// instead of being orphaned. Only one watcher may exist per process.
 class TerminationSignalWatcher : public QObject {
     Q_OBJECT
 public:

@@ -16,9 +16,21 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
+
+// The API key passes through this process's memory, so a crash must not write that memory to a
+// core file, and another process of the same user must not read it through ptrace or /proc/PID/mem.
+// A debugger started with the application, or one run as root, still attaches. The helper
+// inherits the zero core limit; it holds the same key.
+void keepMemoryPrivate() {
+    ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+    const rlimit noCore{0, 0};
+    ::setrlimit(RLIMIT_CORE, &noCore);
+}
 
 const QString applicationInterface = QStringLiteral("org.freedesktop.Application");
 
@@ -61,6 +73,7 @@ bool performAction(AppState* state, DesktopScenes* scenes, const QString& action
 } // namespace
 
 int main(int argc, char** argv) {
+    keepMemoryPrivate();
     // Without any display (a server, a test run) the application still runs its logic.
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM") && !qEnvironmentVariableIsSet("DISPLAY") &&
         !qEnvironmentVariableIsSet("WAYLAND_DISPLAY")) {

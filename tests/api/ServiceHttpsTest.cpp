@@ -100,6 +100,9 @@ protected:
     NetworkAccessTodaySummaryTransport summaryTransport{&manager};
     DeviceAuthorizationClient deviceClient{&deviceTransport, [] { return now; }};
     TodaySummaryClient summaryClient{&summaryTransport};
+    static constexpr std::chrono::milliseconds shortDeadline{1000};
+    NetworkAccessTodaySummaryTransport hastyTransport{&manager, shortDeadline};
+    TodaySummaryClient hastyClient{&hastyTransport};
 };
 
 TEST_F(ServiceHttpsTest, BothClientsRequestsArriveAsBuilt) {
@@ -176,6 +179,15 @@ TEST_F(ServiceHttpsTest, StartWantsA201RevokeA204AndAFailedFetchIsNotDecoded) {
     EXPECT_EQ(failureOfFetch("file"), SummaryError::networkUnavailable());
     EXPECT_EQ(failureOf<Error>(deviceClient.revoke(baseURL("file"), "secret-key", {})),
               Error::networkUnavailable());
+
+    // A byte every 50 ms never lets the inactivity timeout trip; only the deadline ends it.
+    respond({{"status", 200}, {"drip", 0.05}});
+    QElapsedTimer elapsed;
+    elapsed.start();
+    EXPECT_EQ(failureOf<SummaryError>(hastyClient.fetchTodaySummary(baseURL("file"), "k", {})),
+              SummaryError::networkUnavailable());
+    EXPECT_GE(elapsed.elapsed(), shortDeadline.count() * 9 / 10) << "a coarse timer runs early";
+    EXPECT_LT(elapsed.elapsed(), shortDeadline.count() + 4000);
 }
 
 // A poll answer with the given status string and further members.

@@ -9,6 +9,7 @@
 #   delay         seconds to wait before answering
 #   endless       true: send "x" forever until the client goes away, then write the number of
 #                 bytes it took to DIR/endless-sent
+#   drip          seconds: send "x" one byte at a time, that long apart, until the client goes away
 #   drop          true: close the connection without answering
 #   paths         an answer as above for each request path; other paths get the default
 import json
@@ -49,14 +50,18 @@ class Handler(BaseHTTPRequestHandler):
         self.send_response(reply.get("status", 404))
         self.send_header("Content-Type", "application/json")
         payload = reply.get("body", "").encode("utf-8")
-        if reply.get("endless"):
+        if reply.get("endless") or "drip" in reply:
             self.send_header("Connection", "close")
             self.end_headers()
             self.close_connection = True
             sent = 0
             try:
                 while True:
-                    sent += self.wfile.write(b"x" * 16384)
+                    if "drip" in reply:
+                        sent += self.wfile.write(b"x")
+                        time.sleep(reply["drip"])
+                    else:
+                        sent += self.wfile.write(b"x" * 16384)
             except OSError:
                 with open("endless-sent", "w") as out:
                     out.write(str(sent))

@@ -2,7 +2,8 @@
 # The demo's road without a display, checked: the development service, the real application in
 # a throwaway prefix with the development tracker as its helper, a sign-in pressed through the
 # application's actions on the session bus and approved on the service, "Tracking" with today's
-# total, then sign-out: the revoke arrives and the old key is refused. Run it under
+# total, the application ended by SIGTERM, SIGHUP and SIGQUIT in turn and started again, then
+# sign-out: the revoke arrives and the old key is refused. Run it under
 # tests/scripts/with-keyring.sh, whose private bus and keyring the application uses.
 #
 #   sign-in-end-to-end.sh <folder holding vantrel and vantrel-launchctl>
@@ -72,6 +73,25 @@ check "the road reads signed out, connecting, tracking ($road)" \
     grep -qF 'Sign in required|Vantrel: Connecting|Vantrel: Tracking|' <<<"$road"
 check "no request strayed from the contract" bash -c "! grep -q 'contract violation' '$work/service.log'"
 
+# `kill`, a closed terminal and the quit key each end it as Quit does: status 0, helper stopped
+# (the development tracker logs "stopping" whether SIGTERM or the end of its input came first).
+end_app() {
+    kill -"$1" "$app_pid"
+    wait_for 10 bash -c "! kill -0 $app_pid 2>/dev/null" || kill -KILL "$app_pid"
+    wait "$app_pid" 2>/dev/null
+}
+stops() { grep -c 'stopping$' "$HOME/.vantrel/tracker/stdout.log" || true; }
+stopped_again() { [ "$(stops)" -gt "$1" ]; }
+check "a crash would write no core file" grep -Eq '^Max core file size +0 +0 ' "/proc/$app_pid/limits"
+for signal in TERM HUP QUIT; do
+    before="$(stops)"
+    check "SIG$signal ends the application with status 0" end_app "$signal"
+    check "SIG$signal stops the helper" wait_for 10 stopped_again "$before"
+    "$work/prefix/bin/vantrel" >"$work/app-$signal.out" 2>"$work/app-$signal.err" &
+    app_pid=$!
+    check "the start after SIG$signal tracks" wait_for 30 grep -q "Vantrel: Tracking" "$work/app-$signal.out"
+done
+
 key="$(secret-tool lookup service com.keldor.vantrel account tracker-api-key)"
 check "the key is in the keyring" test -n "$key"
 fingerprint="$(printf '%s' "$key" | sha256sum | cut -c1-8)"
@@ -80,9 +100,7 @@ check "signing out revokes the key on the service" \
     wait_for 30 grep -q "revoked key $fingerprint" "$work/service.log"
 check "signing out clears the keyring" wait_for 10 bash -c \
     "! secret-tool lookup service com.keldor.vantrel account tracker-api-key >/dev/null"
-kill -TERM "$app_pid"
-wait "$app_pid" 2>/dev/null || true
-app_pid=""
+end_app TERM || true
 
 # The old key, handed to a fresh tracker as the application would: a first line on standard
 # input, which stays open.
@@ -95,6 +113,6 @@ printf '%s\n' "$key" >&3
 unauthorized() { [ "$(status_field last_upload_error_kind)" = unauthorized ]; }
 check "a tracker started with the old key reports unauthorized" wait_for 30 unauthorized
 check "the key is in no output or preference" bash -c \
-    "! grep -rqa -- '$key' '$work/app.out' '$work/app.err' '$work/service.log' '$XDG_CONFIG_HOME' '$HOME'"
+    "! grep -rqa -- '$key' '$work'/app*.out '$work'/app*.err '$work/service.log' '$XDG_CONFIG_HOME' '$HOME'"
 
 finish "sign-in end to end"

@@ -275,7 +275,11 @@ def exposed_places(app, helper, report):
     places = {}
     for who, pid in (("application", app.pid), ("helper", helper.pid())):
         for part in ("cmdline", "environ"):
-            places[f"the {who}'s {part}"] = read(f"/proc/{pid}/{part}", "rb")
+            try:
+                places[f"the {who}'s {part}"] = read(f"/proc/{pid}/{part}", "rb")
+            except PermissionError:
+                # The application is not dumpable: only root may read its environment.
+                check(f"only the application keeps its {part} from its user", who == "application")
     for path in LOGS + [PREFERENCES, CONFIG]:
         places[path] = read(path, "rb")
     check("the helper's logs caught its output", all(places[log] for log in LOGS))
