@@ -24,23 +24,6 @@ DEVICE = "6F9619FF-8B86-D011-B42D-00C04FC964FF"
 START = {"device_id": DEVICE, "device_name": "test machine", "platform": "linux",
          "client_version": "0.6.1"}
 JSON_ONLY = {"Accept": "application/json", "Content-Type": "application/json"}
-TEXT, FLAG, NUMBER = str, bool, int
-REQUIRED = {
-    "schema_version": NUMBER, "tracker_version": TEXT, "vantrel_config_path": TEXT,
-    "vantrel_config_exists": FLAG, "wakatime_compat_config_path": TEXT,
-    "wakatime_compat_config_exists": FLAG, "state_path": TEXT, "state_exists": FLAG,
-    "pending_queue_path": TEXT, "pending_queue_exists": FLAG, "stdout_log_path": TEXT,
-    "stdout_log_exists": FLAG, "stderr_log_path": TEXT, "stderr_log_exists": FLAG,
-    "service_definition_path": TEXT, "service_definition_exists": FLAG, "service_state": TEXT,
-    "binary_install_path": TEXT, "authenticated": FLAG, "device_id": TEXT, "device_name": TEXT,
-    "queued_heartbeats": NUMBER, "queued_activity_segments": NUMBER,
-    "dropped_heartbeats": NUMBER, "dropped_activity_segments": NUMBER,
-    "presence_coverage": TEXT, "presence_reason": TEXT}
-OPTIONAL = {
-    "installed_binary_version": TEXT, "last_presence_sample_at": TEXT,
-    "last_presence_segment_at": TEXT, "last_presence_error": TEXT,
-    "last_successful_upload_at": TEXT, "last_successful_upload_count": NUMBER,
-    "last_upload_attempt_at": TEXT, "last_upload_error_kind": TEXT, "last_upload_error": TEXT}
 
 
 def wait_until(condition, seconds=10):
@@ -238,15 +221,12 @@ class DevStackTest(unittest.TestCase):
                               service.read("service.log"))
         self.assertEqual(service.today(key)[0], 200, "the key survives refused requests")
 
-    def test_the_status_document_is_complete_and_other_command_lines_are_refused(self):
-        document = self.status()
-        self.assertEqual(set(document), set(REQUIRED) | set(OPTIONAL))
-        for key, kind in {**REQUIRED, **OPTIONAL}.items():
-            with self.subTest(key):
-                self.assertIn(type(document[key]), (kind,) if key in REQUIRED else (kind, type(None)))
-        self.assertRegex(document["device_id"], r"^[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}$")
-        self.assertEqual(self.status()["device_id"], document["device_id"])
-        self.assertTrue(self.status()["state_exists"])
+    # The status document's fields and types are those the application's decoder reads; the demo's
+    # road shows "Tracking" only when every one of them decodes.
+    def test_the_device_id_is_a_stable_uuid_and_other_command_lines_are_refused(self):
+        device_id = self.status()["device_id"]
+        self.assertRegex(device_id, r"^[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}$")
+        self.assertEqual(self.status()["device_id"], device_id)
         # Exit codes: 64 for a usage error; 65 for a well-formed run without a key on its input.
         for arguments, code in ((["status"], 64), (["status", "--json", "--verbose"], 64),
                                 (["run", "--api-key-stdin", "--device-name"], 64),
@@ -296,6 +276,7 @@ class DevStackTest(unittest.TestCase):
         service.start(port)
         self.wait_for_status(lambda s: s["last_upload_error_kind"] is None
                              and s["queued_heartbeats"] == 0)
+        self.assertGreater(service.today(key)[1]["data"]["grand_total"]["total_seconds"], 3720)
 
         self.assertEqual(service.request("POST", "device/revoke", headers=bearer), (204, None))
         self.assertEqual(service.today(key)[0], 401)
