@@ -92,13 +92,6 @@ TEST_F(MigrationTest, WithoutAKeyOnlyTheServicesAreRemovedAndNoFileIsCreatedOrRe
     EXPECT_EQ(m_credentials.saveCount, 0);
 }
 
-TEST_F(MigrationTest, ServiceThatLingersIsWaitedForInTenthsOfASecond) {
-    m_commands.printStatuses[secondTarget] = {0, 0, 0};
-    EXPECT_EQ(migrate(), (LegacyMigrationResult{false, 0}));
-    EXPECT_EQ(m_sleeper.requested, QList<double>({0.1, 0.1, 0.1}));
-    EXPECT_EQ(m_commands.calls.count("print " + secondTarget), 4);
-}
-
 TEST_F(MigrationTest, ServiceStillLoadedAfterEveryCheckNamesItsLabelAndStopsThere) {
     write(paths.configURL(), "api_key = \"k1\"\n");
     m_commands.printStatuses[firstTarget] = QList<qint32>(20, 0);

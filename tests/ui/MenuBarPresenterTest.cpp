@@ -229,11 +229,18 @@ TEST(PanelLastSync, agesOnItsTimelineOnlyWhileShown) {
     EXPECT_FALSE(fixture.lastSyncTicker().active);
 }
 
-TEST(PanelLastSync, unparsableOrMissingTimestampShowsNotSynced) {
+TEST(PanelLastSync, showsAReportFromThePanelsFirstMomentAndNotSyncedWithoutAStrictTimestamp) {
     PanelFixture fixture;
     EXPECT_FALSE(fixture.presenter->lastSync());
     fixture.reportStatus([](TrackerStatus& s) { s.lastSuccessfulUploadAt = "2024-05-01 10:00"; });
     EXPECT_FALSE(fixture.presenter->lastSync());
+    // A panel opened after the report shows it at once, in the user's own locale.
+    fixture.reportStatus(
+        [](TrackerStatus& s) { s.lastSuccessfulUploadAt = "2024-05-01T10:00:00Z"; });
+    const MenuBarPresenter opened(
+        *fixture.state, fixture.harness.supervisor, [&fixture] { return fixture.now; },
+        [] { return std::make_unique<FakeTicker>(); }, [](const QString&) {});
+    EXPECT_TRUE(opened.lastSync());
 }
 
 TEST(PanelCountdown, ticksEverySecondWhileAShownCodeHasAnExpiry) {
