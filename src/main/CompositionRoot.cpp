@@ -10,6 +10,7 @@
 #include "system/HostnamedHostNamer.h"
 #include "system/InstallLayout.h"
 #include "system/LegacyTrackerMigration.h"
+#include "system/OwnerOnlyAccess.h"
 #include "system/QProcessSystemCommandRunner.h"
 #include "system/QSettingsDefaultsStore.h"
 #include "system/SecretServiceCredentialStore.h"
@@ -80,6 +81,7 @@ CompositionRoot::~CompositionRoot() {
 AppState& CompositionRoot::makeAppState(bool startAutomatically) {
     Q_ASSERT(!m_appState);
     Collaborators& c = *m_collaborators;
+    OwnerOnlyAccess::tightenTrackerFiles(c.paths);
     m_appState = std::make_unique<AppState>(
         AppStateCollaborators{
             .paths = c.paths,
