@@ -2,6 +2,7 @@
 
 #include "tracker/TrackerRuntimePaths.h"
 
+#include <QDir>
 #include <QFile>
 
 #include <fcntl.h>
@@ -20,7 +21,8 @@ bool isOursAndLoose(const struct stat& info) {
 } // namespace
 
 void OwnerOnlyAccess::tighten(const QString& path) {
-    const QByteArray name = QFile::encodeName(path);
+    // Without a trailing slash, which would make lstat() and O_NOFOLLOW follow a link after all.
+    const QByteArray name = QFile::encodeName(QDir::cleanPath(path));
     struct stat info {};
     if (::lstat(name.constData(), &info) != 0 || !isOursAndLoose(info)) {
         return;
