@@ -15,6 +15,7 @@
 #include "system/LegacyTrackerMigration.h"
 #include "system/Login1SessionResumeWatcher.h"
 #include "system/NetworkInformationReturnWatcher.h"
+#include "system/OwnerOnlyAccess.h"
 #include "system/QProcessSystemCommandRunner.h"
 #include "system/QSettingsDefaultsStore.h"
 #include "system/SecretServiceCredentialStore.h"
@@ -93,6 +94,7 @@ CompositionRoot::~CompositionRoot() {
 AppState& CompositionRoot::makeAppState(bool startAutomatically) {
     Q_ASSERT(!m_appState);
     Collaborators& c = *m_collaborators;
+    OwnerOnlyAccess::tightenTrackerFiles(c.paths);
     m_appState = std::make_unique<AppState>(
         AppStateCollaborators{
             .paths = c.paths,

@@ -1,9 +1,13 @@
 #include "system/QSettingsDefaultsStore.h"
 
 #include "core/PlatformError.h"
+#include "system/AtomicFileWriter.h"
+#include "system/BoundedFileReader.h"
+#include "system/OwnerOnlyAccess.h"
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <QStringDecoder>
 
 #include <cerrno>
@@ -17,14 +21,21 @@ bool entryExists(const QString& path) {
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
 }
 
-// QSettings reads bytes that are not UTF-8 as replacement characters and would write those back.
-bool holdsOnlyUtf8(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return true; // absent, or QSettings has already said it cannot read it
+// Whether QSettings may be left to read the file: it is absent, or a regular file of a sane
+// size in UTF-8. QSettings itself would wait on a FIFO forever, read a file of any size whole,
+// and read bytes that are not UTF-8 as replacement characters and write those back.
+bool safeToRead(const QString& path) {
+    if (!entryExists(path)) {
+        return true; // also when a file stands where the folder belongs: only saving fails then
+    }
+    std::optional<QByteArray> bytes;
+    try {
+        bytes = BoundedFileReader::read(path);
+    } catch (const PlatformError&) {
+        return false;
     }
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString text = decoder.decode(file.readAll());
+    const QString text = decoder.decode(bytes.value_or(QByteArray()));
     return !decoder.hasError();
 }
 
@@ -34,36 +45,58 @@ bool holdsOnlyUtf8(const QString& path) {
 // $XDG_CONFIG_HOME/Vantrel/Vantrel.conf. (The INI format would write Vantrel.ini beside it and
 // ignore a file a user or an administrator put where the documentation says.)
 QSettingsDefaultsStore::QSettingsDefaultsStore()
-    : m_settings(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
-                                             QStringLiteral("Vantrel"),
-                                             QStringLiteral("Vantrel"))) {
-    checkReadable();
+    : m_fileName(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                 QStringLiteral("/Vantrel/Vantrel.conf")) {
+    open([] {
+        return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
+                                           QStringLiteral("Vantrel"), QStringLiteral("Vantrel"));
+    });
 }
 
 QSettingsDefaultsStore::QSettingsDefaultsStore(const QString& fileName)
-    : m_settings(std::make_unique<QSettings>(fileName, QSettings::NativeFormat)) {
-    checkReadable();
+    : m_fileName(fileName) {
+    open([&] { return std::make_unique<QSettings>(fileName, QSettings::NativeFormat); });
 }
 
 QString QSettingsDefaultsStore::unreadableSuffix() {
     return QStringLiteral(".unreadable");
 }
 
-void QSettingsDefaultsStore::checkReadable() {
+void QSettingsDefaultsStore::open(const std::function<std::unique_ptr<QSettings>()>& settings) {
+    // Modes an earlier version or a lax umask left are tightened before anything is read.
+    OwnerOnlyAccess::tighten(QFileInfo(m_fileName).absolutePath());
+    OwnerOnlyAccess::tighten(m_fileName);
     // QSettings reads a folder or an unreadable file as "nothing stored" and would later write
-    // over a file it could only half parse; both count as unreadable here.
+    // over a file it could only half parse; both count as unreadable here, and QSettings is
+    // not even given a file it could hang on.
+    if (!safeToRead(m_fileName)) {
+        m_unreadable = true;
+        return;
+    }
+    m_settings = settings();
+    m_fileName = m_settings->fileName();
     // The file is read on first use; only then does the status say anything.
     m_settings->allKeys();
-    const QFileInfo file(m_settings->fileName());
-    m_unreadable = m_settings->status() != QSettings::NoError ||
-                   (file.exists() && !file.isFile()) || !holdsOnlyUtf8(file.absoluteFilePath());
+    m_unreadable = m_settings->status() != QSettings::NoError;
+}
+
+void QSettingsDefaultsStore::sync() {
+    // Created here, not by QSettings, which would take the folder's mode from the umask; and
+    // QSettings replaces the file with one it makes under the umask too.
+    try {
+        AtomicFileWriter::createDirectory(QFileInfo(m_fileName).absolutePath());
+    } catch (const PlatformError&) {
+        // Then QSettings cannot write either, and says so.
+    }
+    m_settings->sync();
+    OwnerOnlyAccess::tighten(m_fileName);
 }
 
 std::optional<QString> QSettingsDefaultsStore::readProblem() const {
     if (!m_unreadable) {
         return std::nullopt;
     }
-    return QStringLiteral("The preferences in ") + m_settings->fileName() +
+    return QStringLiteral("The preferences in ") + m_fileName +
            QStringLiteral(" could not be read, so Vantrel is using the defaults. Saving the "
                           "settings starts a new file and keeps the unreadable one beside it.");
 }
@@ -102,12 +135,18 @@ void QSettingsDefaultsStore::write(const QString& key, const QVariant& value) {
         m_held.insert(key, value);
         return;
     }
+    // What the file already says is not written again, so a read-only preferences folder does not
+    // stand in the way of a start that changes nothing. (A Boolean reads back as its word.)
+    const QVariant stored = m_settings->value(key);
+    if (stored.isValid() && stored.toString() == value.toString()) {
+        return;
+    }
     m_settings->setValue(key, value);
-    m_settings->sync();
+    sync();
 }
 
 void QSettingsDefaultsStore::moveUnreadableAside() const {
-    const QString path = m_settings->fileName();
+    const QString& path = m_fileName;
     if (!entryExists(path)) {
         return;
     }
@@ -126,7 +165,7 @@ void QSettingsDefaultsStore::moveUnreadableAside() const {
 }
 
 void QSettingsDefaultsStore::commit() {
-    const QString path = m_settings->fileName();
+    const QString& path = m_fileName;
     if (m_unreadable) {
         moveUnreadableAside();
         // A fresh object, and only once the old one is gone: that one still holds what it half
@@ -137,7 +176,7 @@ void QSettingsDefaultsStore::commit() {
             m_settings->setValue(held.key(), held.value());
         }
     }
-    m_settings->sync();
+    sync();
     if (m_settings->status() != QSettings::NoError) {
         throw PlatformError(QStringLiteral("Could not save the preferences in ") + path +
                             QStringLiteral("."));

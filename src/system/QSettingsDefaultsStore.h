@@ -6,6 +6,7 @@
 #include <QSettings>
 #include <QVariant>
 
+#include <functional>
 #include <memory>
 
 // The per-user preferences in QSettings ("Vantrel"/"Vantrel"):
@@ -14,6 +15,8 @@
 // A file that cannot be read or parsed (garbage, invalid UTF-8, a folder in its place) is never
 // replaced behind the user's back: until commit() the store answers from memory, and commit()
 // moves whatever is in the way aside (Vantrel.conf.unreadable) before it writes a new file.
+// The folder and the file are kept to their owner (0700, 0600), and a value the file already
+// holds is not written again.
 class QSettingsDefaultsStore : public DefaultsStoring {
 public:
     QSettingsDefaultsStore();
@@ -31,11 +34,14 @@ public:
     static QString unreadableSuffix();
 
 private:
-    void checkReadable();
+    void open(const std::function<std::unique_ptr<QSettings>()>& settings);
+    void sync();
     QVariant value(const QString& key) const;
     void write(const QString& key, const QVariant& value);
     void moveUnreadableAside() const;
 
+    QString m_fileName;
+    // Absent while the file is unreadable.
     std::unique_ptr<QSettings> m_settings;
     bool m_unreadable = false;
     // What was written while the file could not be read.

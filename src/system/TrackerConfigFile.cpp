@@ -2,17 +2,14 @@
 
 #include "core/PlatformError.h"
 #include "system/AtomicFileWriter.h"
+#include "system/BoundedFileReader.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QList>
 #include <QStringDecoder>
 #include <QStringView>
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -75,42 +72,26 @@ std::optional<KeyLine> keyLine(QStringView line) {
     return KeyLine{trimmed(content.first(equals)), trimmed(content.sliced(equals + 1))};
 }
 
-std::optional<QString> readContents(const QString& path) {
-    const QByteArray name = QFile::encodeName(path);
-    const int fd = ::open(name.constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        if (errno == ENOENT) {
-            return std::nullopt;
-        }
-        throw PlatformError::fromErrno(QStringLiteral("Could not read ") + path, errno);
-    }
+// The file's bytes and their text, or nothing when there is no file.
+struct Contents {
     QByteArray bytes;
-    char buffer[16384];
-    for (;;) {
-        const ssize_t count = ::read(fd, buffer, sizeof buffer);
-        if (count == 0) {
-            break;
-        }
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            const int error = errno;
-            ::close(fd);
-            throw PlatformError::fromErrno(QStringLiteral("Could not read ") + path, error);
-        }
-        bytes.append(buffer, count);
+    QString text;
+};
+
+std::optional<Contents> readContents(const QString& path) {
+    std::optional<QByteArray> bytes = BoundedFileReader::read(path);
+    if (!bytes) {
+        return std::nullopt;
     }
-    ::close(fd);
 
     // Keep a byte order mark as a character so that a rewrite gives the file back unchanged.
     QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom);
-    QString text = decoder.decode(bytes);
+    QString text = decoder.decode(*bytes);
     if (decoder.hasError()) {
         throw PlatformError(QStringLiteral("The file ") + path +
                             QStringLiteral(" is not valid UTF-8 text."));
     }
-    return text;
+    return Contents{std::move(*bytes), std::move(text)};
 }
 
 bool holdsLineBreak(const QString& text) {
@@ -129,11 +110,11 @@ TrackerConfigFile::TrackerConfigFile(QString url)
     : m_url(std::move(url)) {}
 
 std::optional<QString> TrackerConfigFile::readAPIKey() const {
-    const std::optional<QString> contents = readContents(m_url);
+    const std::optional<Contents> contents = readContents(m_url);
     if (!contents) {
         return std::nullopt;
     }
-    QStringView text(*contents);
+    QStringView text(contents->text);
     if (text.startsWith(byteOrderMark)) {
         text = text.sliced(1);
     }
@@ -168,9 +149,9 @@ void TrackerConfigFile::setValue(const QString& value, const QString& key) {
                             QLatin1Char('.'));
     }
     AtomicFileWriter::createDirectory(QFileInfo(m_url).absolutePath());
-    const QString contents = readContents(m_url).value_or(QString());
+    const std::optional<Contents> contents = readContents(m_url);
 
-    QStringView text(contents);
+    QStringView text = contents ? QStringView(contents->text) : QStringView();
     const bool hasByteOrderMark = text.startsWith(byteOrderMark);
     if (hasByteOrderMark) {
         text = text.sliced(1);
@@ -211,5 +192,11 @@ void TrackerConfigFile::setValue(const QString& value, const QString& key) {
         result.append(line);
         result.append(QLatin1Char('\n'));
     }
-    AtomicFileWriter::write(m_url, result.toUtf8(), 0600, AtomicFileWriter::SymbolicLinks::follow);
+    const QByteArray bytes = result.toUtf8();
+    // Nothing to change means nothing to write: a read-only home that already says the right
+    // thing keeps working.
+    if (contents && contents->bytes == bytes) {
+        return;
+    }
+    AtomicFileWriter::write(m_url, bytes, 0600, AtomicFileWriter::SymbolicLinks::follow);
 }

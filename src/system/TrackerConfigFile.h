@@ -16,8 +16,8 @@
 // closing quote means no value); any other value is taken as it stands, "#" included.
 //
 // Writing replaces or adds one `key = "value"` line; every other line keeps its bytes, lines are
-// joined with LF and the file ends with one. The file is replaced atomically and is only ever
-// readable by its owner (0600).
+// joined with LF and the file ends with one. The file is replaced atomically, only when that
+// changes its bytes, and is only ever readable by its owner (0600).
 class TrackerConfigFile : public TrackerConfigWriting {
 public:
     explicit TrackerConfigFile(QString url);
@@ -25,7 +25,8 @@ public:
     const QString& url() const { return m_url; }
 
     // The top-level "api_key", or nothing when the file or the key is absent. Throws
-    // PlatformError when the file cannot be read or is not valid UTF-8.
+    // PlatformError when the file cannot be read, is not a regular file, is larger than
+    // BoundedFileReader's limit or is not valid UTF-8.
     std::optional<QString> readAPIKey() const;
 
     static std::optional<QString> valueForKey(const QString& contents, const QString& key);

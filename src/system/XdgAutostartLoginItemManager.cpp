@@ -3,6 +3,7 @@
 #include "core/PlatformError.h"
 #include "system/AtomicFileWriter.h"
 #include "system/AutostartEntry.h"
+#include "system/BoundedFileReader.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,15 +15,15 @@
 namespace {
 
 std::optional<AutostartEntry> readEntry(const QString& path) {
-    QFile file(path);
-    if (!file.exists()) {
+    // Also absent when a file stands where the folder belongs: there is nothing to remove then.
+    if (!QFileInfo::exists(path)) {
         return std::nullopt;
     }
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw PlatformError(QStringLiteral("Could not read ") + path + QStringLiteral(": ") +
-                            file.errorString());
+    const std::optional<QByteArray> contents = BoundedFileReader::read(path);
+    if (!contents) {
+        return std::nullopt;
     }
-    return AutostartEntry::read(file.readAll());
+    return AutostartEntry::read(*contents);
 }
 
 } // namespace

@@ -1,8 +1,12 @@
 #include "SystemTestFiles.h"
 #include "core/VantrelError.h"
+#include "system/BoundedFileReader.h"
 #include "system/HostnamedHostNamer.h"
 #include "system/InstallLayout.h"
+#include "system/OwnerOnlyAccess.h"
 #include "system/QSettingsDefaultsStore.h"
+#include "system/TrackerConfigFile.h"
+#include "tracker/TrackerRuntimePaths.h"
 
 #include <QDir>
 #include <QFile>
@@ -10,6 +14,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -34,7 +39,55 @@ TEST(QSettingsDefaultsStore, KeepsStringsAndBooleansAcrossInstances) {
     EXPECT_EQ(reread.string("serverURL"), "https://self.example/api/vantrel/v1");
     EXPECT_FALSE(reread.boolean("launchAtLogin"));
     EXPECT_TRUE(reread.boolean("launchAtLoginInitialized"));
+
+    // What the file already holds is not written again (each write is a new file).
+    const auto before = SystemTestFiles::identity(dir.filePath("Vantrel.conf"));
+    reread.setString("serverURL", "https://self.example/api/vantrel/v1");
+    reread.setBoolean("launchAtLogin", false);
+    EXPECT_EQ(SystemTestFiles::identity(dir.filePath("Vantrel.conf")), before);
+    reread.setBoolean("launchAtLogin", true);
+    EXPECT_NE(SystemTestFiles::identity(dir.filePath("Vantrel.conf")), before);
 }
+
+// Our folders 0700 and files 0600 whatever the umask; looser modes found at start are tightened,
+// but never through a link.
+class PrivateFiles : public testing::TestWithParam<mode_t> {};
+
+TEST_P(PrivateFiles, AreOwnerOnlyWhateverTheUmask) {
+    QTemporaryDir home;
+    const TrackerRuntimePaths paths(home.path());
+    const QString preferences = home.filePath("config/Vantrel/Vantrel.conf");
+    const QStringList folders{paths.dataDirectoryURL(), home.filePath("config/Vantrel")};
+    const QStringList files{paths.configURL(), preferences};
+    const auto expectPrivate = [&](const char* when) {
+        for (const QString& path : folders + files) {
+            EXPECT_EQ(SystemTestFiles::permissions(path), folders.contains(path) ? 0700u : 0600u)
+                << when << " " << path.toStdString();
+        }
+    };
+    const mode_t previous = ::umask(GetParam());
+    TrackerConfigFile(paths.configURL()).setValue("https://x.test", "api_url");
+    QSettingsDefaultsStore(preferences).setString("serverURL", "https://x.test");
+    expectPrivate("written");
+
+    for (const QString& path : folders + files) {
+        ::chmod(QFile::encodeName(path).constData(), folders.contains(path) ? 0777 : 0666);
+    }
+    OwnerOnlyAccess::tightenTrackerFiles(paths);
+    QSettingsDefaultsStore reopened(preferences);
+    expectPrivate("at start");
+
+    // The link is the user's own doing, and what it points at is not ours to change.
+    writeFile(home.filePath("elsewhere"), "",
+              QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther);
+    QFile::remove(paths.configURL());
+    QFile::link(home.filePath("elsewhere"), paths.configURL());
+    OwnerOnlyAccess::tightenTrackerFiles(paths);
+    EXPECT_EQ(SystemTestFiles::permissions(home.filePath("elsewhere")), 0644u);
+    ::umask(previous);
+}
+
+INSTANTIATE_TEST_SUITE_P(Umasks, PrivateFiles, testing::Values(mode_t(000), mode_t(022)));
 
 TEST(QSettingsDefaultsStore, ReadsThePreferencesFileWhereTheDocumentationPutsIt) {
     // The store the application uses, not one given a file name: only the configuration home is
@@ -70,6 +123,9 @@ QByteArray describe(const QString& path) {
     if (info.isDir()) {
         return "folder: " + QDir(path).entryList(QDir::Files).join(' ').toUtf8();
     }
+    if (info.exists() && !info.isFile()) {
+        return "special";
+    }
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(nothing)");
 }
@@ -82,9 +138,10 @@ TEST_P(PreferencesOnDisk, UsesTheDefaultsAndLosesNothing) {
     const QString path = dir.filePath("Vantrel/Vantrel.conf");
     row.setup(path);
     const QByteArray original = describe(path);
-    const QByteArray before = SystemTestFiles::snapshot(dir.path());
 
+    // (Opening only tightens modes.)
     QSettingsDefaultsStore defaults(path);
+    const QByteArray before = SystemTestFiles::snapshot(dir.path());
     if (row.readable) {
         EXPECT_EQ(defaults.readProblem(), std::nullopt);
     } else {
@@ -141,6 +198,15 @@ INSTANTIATE_TEST_SUITE_P(
                        writes("[General]\nserverURL=https://old.example\nx=\xc3\x28\n"), false},
         PreferencesRow{"HalfParsable",
                        writes("[General\nserverURL=\"https://unterminated\n\xff\xfe"), false},
+        PreferencesRow{"LargerThanIsRead",
+                       writes("[General]\n#" + QByteArray(BoundedFileReader::defaultLimit, '#')),
+                       false},
+        PreferencesRow{"Fifo",
+                       [](const QString& path) {
+                           QDir().mkpath(QFileInfo(path).absolutePath());
+                           ::mkfifo(QFile::encodeName(path).constData(), 0600);
+                       },
+                       false},
         PreferencesRow{"Folder", [](const QString& path) { writes("kept")(path + "/keep.txt"); },
                        false},
         PreferencesRow{"EarlierUnreadableKept",

@@ -2,14 +2,20 @@
 
 #include "SystemTestFiles.h"
 #include "core/PlatformError.h"
+#include "system/BoundedFileReader.h"
 
 #include <QDir>
 #include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace SystemTestFiles;
 
@@ -112,19 +118,36 @@ INSTANTIATE_TEST_SUITE_P(
                  "api_url = \"v\"\n\xC2\xA0x\t=  \"\xC3\xA9\xE2\x80\x83\" \n\xF0\x9F\x98\x80\n"}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(ConfigFileTest, OnlyWritingCreatesTheFileAndItIsOwnerOnlyWhateverTheUmaskOrFormerMode) {
-    EXPECT_EQ(TrackerConfigFile(configPath()).readAPIKey(), std::nullopt);
-    EXPECT_FALSE(QFile::exists(configPath()));
-    const mode_t previous = ::umask(0);
-    TrackerConfigFile(configPath()).setValue("https://api.example.test", "api_url");
-    ::umask(previous);
-    EXPECT_EQ(read(configPath()), "api_url = \"https://api.example.test\"\n");
-    EXPECT_EQ(permissions(configPath()), 0600u);
-    EXPECT_EQ(permissions(dataDirectory()), 0700u);
-
-    ASSERT_EQ(::chmod(QFile::encodeName(configPath()).constData(), 0644), 0);
-    TrackerConfigFile(configPath()).setValue("", "api_key");
-    EXPECT_EQ(permissions(configPath()), 0600u);
+// A folder that cannot be written, root included: a bind mount made read-only in a mount
+// namespace of the child's own.
+TEST_F(ConfigFileTest, ReadOnlyFolderThatAlreadySaysTheValueStillWorks) {
+    write(configPath(), "# mine\napi_url = \"https://x.test\"\n");
+    const std::pair<ino_t, qint64> before = identity(configPath());
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const QByteArray folder = QFile::encodeName(dataDirectory());
+        if ((::unshare(CLONE_NEWNS) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ||
+            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount(folder.constData(), folder.constData(), nullptr, MS_BIND, nullptr) != 0 ||
+            ::mount(nullptr, folder.constData(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY,
+                    nullptr) != 0) {
+            ::_exit(77);
+        }
+        try {
+            TrackerConfigFile(configPath()).setValue("https://x.test", "api_url");
+        } catch (...) {
+            ::_exit(1);
+        }
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
+        GTEST_SKIP() << "no mount namespace here to make a folder read-only";
+    }
+    EXPECT_EQ(status, 0) << "the unchanged value was written";
+    EXPECT_EQ(identity(configPath()), before);
 }
 
 TEST_F(ConfigFileTest, FileThatIsNotUtf8IsRefusedAndLeftAlone) {
@@ -186,6 +209,8 @@ TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
     const OnDiskRow& row = GetParam();
     row.setup(m_home.path());
     TrackerConfigFile file(configPath());
+    QElapsedTimer timer;
+    timer.start();
 
     const QString readError = platformError([&] { EXPECT_EQ(file.readAPIKey(), row.key); });
     EXPECT_EQ(readError.isEmpty(), row.readError.isEmpty()) << readError.toStdString();
@@ -195,6 +220,7 @@ TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
     const QString writeError = platformError([&] { file.setValue("https://x.test", "api_url"); });
     EXPECT_EQ(writeError.isEmpty(), row.writeError.isEmpty()) << writeError.toStdString();
     EXPECT_TRUE(writeError.contains(row.writeError)) << writeError.toStdString();
+    EXPECT_LT(timer.elapsed(), 1000) << "nothing waited on or read whole";
     if (!writeError.isEmpty()) {
         EXPECT_EQ(snapshot(), before);
     } else {
@@ -204,6 +230,14 @@ TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
 }
 
 const QString config = "/.vantrel/config.toml";
+
+// A file of exactly `size` bytes whose api_url is the one the rows write.
+std::function<void(const QString&)> writesBytes(qint64 size) {
+    return [size](const QString& home) {
+        const QByteArray lines = "api_key = \"k\"\napi_url = \"https://x.test\"\n#";
+        write(home + config, lines + QByteArray(size - lines.size() - 1, '#') + "\n");
+    };
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ConfigOnDisk,
@@ -225,15 +259,22 @@ INSTANTIATE_TEST_SUITE_P(
                   std::nullopt, "Is a directory", "Is a directory"},
         OnDiskRow{"IsEmpty", [](const QString& home) { write(home + config, ""); }, std::nullopt,
                   "", ""},
-        OnDiskRow{"HoldsTenMegabytes",
+        // Already holding the value written, so still of the largest size that is read.
+        OnDiskRow{"HoldsAsMuchAsIsRead", writesBytes(BoundedFileReader::defaultLimit), "k", "", ""},
+        OnDiskRow{"HoldsMoreThanIsRead", writesBytes(BoundedFileReader::defaultLimit + 1),
+                  std::nullopt, "larger than 1 MiB", "larger than 1 MiB"},
+        OnDiskRow{"IsAFifo",
                   [](const QString& home) {
-                      QByteArray contents;
-                      for (int i = 0; contents.size() < (10 << 20); ++i) {
-                          contents += "# comment line " + QByteArray::number(i) + "\n";
-                      }
-                      write(home + config, contents + "api_key = \"k\"\n");
+                      QDir().mkpath(home + "/.vantrel");
+                      ::mkfifo(QFile::encodeName(home + config).constData(), 0600);
                   },
-                  "k", "", ""},
+                  std::nullopt, "not a regular file", "not a regular file"},
+        OnDiskRow{"IsALinkToADevice",
+                  [](const QString& home) {
+                      QDir().mkpath(home + "/.vantrel");
+                      QFile::link("/dev/zero", home + config);
+                  },
+                  std::nullopt, "not a regular file", "not a regular file"},
         OnDiskRow{"EndsLinesWithCarriageReturnsOnly",
                   [](const QString& home) {
                       write(home + config, "x = 1\rapi_url = \"old\"\rapi_key = \"k\"\r");

@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace SystemTestFiles;
@@ -150,6 +151,12 @@ INSTANTIATE_TEST_SUITE_P(
         BlockedRow{"FolderInPlaceOfTheEntry",
                    [](AutostartTest& fixture) { write(fixture.entry() + "/keep.txt", "kept"); },
                    "vantrel.desktop", "vantrel.desktop"},
+        BlockedRow{"FifoInPlaceOfTheEntry",
+                   [](AutostartTest& fixture) {
+                       QDir().mkpath(fixture.configHome() + "/autostart");
+                       ::mkfifo(QFile::encodeName(fixture.entry()).constData(), 0600);
+                   },
+                   "not a regular file", "not a regular file"},
         BlockedRow{"ReadOnlyFolder",
                    [](AutostartTest& fixture) {
                        fixture.manager().setEnabled(true);
