@@ -82,7 +82,8 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Vantrel"));
     QApplication::setApplicationName(QStringLiteral("Vantrel"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Vantrel"));
+    // No display name of its own: Qt would append it to every window title that does not end
+    // with it ("Vantrel Settings — Vantrel"). Where one is asked for, the application name serves.
     QGuiApplication::setDesktopFileName(QLatin1String(DesktopScenes::applicationId));
     QApplication::setQuitOnLastWindowClosed(false);
 

@@ -17,10 +17,16 @@ constexpr int healthIconSize = 28;
 
 QLabel* secondaryLabel(const QString& text) {
     auto* label = new QLabel(text);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
+    // Taken from the palette when drawn, so that it follows a switch between light and dark.
+    label->setForegroundRole(QPalette::PlaceholderText);
     return label;
+}
+
+// Replacing a value's text, even by the same text, drops a selection the user is making in it.
+void setChangedText(QLabel* label, const QString& text) {
+    if (label->text() != text) {
+        label->setText(text);
+    }
 }
 
 } // namespace
@@ -116,7 +122,7 @@ QLayout* DiagnosticsWindow::makeHeader() {
 void DiagnosticsWindow::render() {
     const QList<DiagnosticsPresenter::Row> rows = m_presenter.rows();
     for (int i = 0; i < rows.size(); ++i) {
-        m_values[i]->setText(rows[i].value);
+        setChangedText(m_values[i], rows[i].value);
     }
 
     m_healthIcon->setPixmap(SymbolIcon::pixmap(m_presenter.healthSymbolName(),
@@ -125,7 +131,7 @@ void DiagnosticsWindow::render() {
     m_healthIcon->setAccessibleName(m_presenter.health().statusLabel());
 
     const std::optional<QString> error = m_presenter.errorLine();
-    m_error->setText(error.value_or(QString()));
+    setChangedText(m_error, error.value_or(QString()));
     m_error->setVisible(error.has_value());
 }
 

@@ -12,6 +12,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QShortcut>
+#include <QTextLayout>
 #include <QVBoxLayout>
 
 namespace {
@@ -19,8 +20,13 @@ namespace {
 constexpr int headerSymbolSize = 28;
 constexpr int buttonSymbolSize = 16;
 
-QColor secondaryColour(const QPalette& palette) {
-    return palette.color(QPalette::PlaceholderText);
+constexpr int bodyMargin = 16;
+constexpr int errorLines = 3;
+
+// Secondary text takes its colour from the palette when drawn, so it follows a switch between
+// light and dark.
+void setSecondary(QWidget* widget) {
+    widget->setForegroundRole(QPalette::PlaceholderText);
 }
 
 void setTextColour(QWidget* widget, const QColor& colour) {
@@ -28,6 +34,49 @@ void setTextColour(QWidget* widget, const QColor& colour) {
     palette.setColor(QPalette::WindowText, colour);
     palette.setColor(QPalette::Text, colour);
     widget->setPalette(palette);
+}
+
+// Replacing a label's text, even by the same text, drops a selection the user is making in it.
+void setChangedText(QLabel* label, const QString& text) {
+    if (label->text() != text) {
+        label->setText(text);
+    }
+}
+
+// `text` as it wraps at `width`, kept to `maxLines` lines: a longer text is cut at the end of the
+// last line kept, which ends in "…".
+QString clippedToLines(const QString& text, const QFont& font, int width, int maxLines) {
+    QString wrapped = text;
+    wrapped.replace(QLatin1Char('\n'), QChar::LineSeparator);
+    QTextLayout layout(wrapped, font);
+    QTextOption option;
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    layout.setTextOption(option);
+    QList<int> starts;
+    layout.beginLayout();
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width);
+        starts.append(line.textStart());
+    }
+    layout.endLayout();
+    if (starts.size() <= maxLines) {
+        return text;
+    }
+    QStringList lines;
+    for (int i = 0; i + 1 < maxLines; ++i) {
+        lines.append(wrapped.mid(starts[i], starts[i + 1] - starts[i]).trimmed());
+    }
+    QString rest = wrapped.mid(starts[maxLines - 1]);
+    rest.replace(QChar::LineSeparator, QLatin1Char(' '));
+    rest = rest.trimmed();
+    const QFontMetrics metrics(font);
+    QString last = metrics.elidedText(rest, Qt::ElideRight, width);
+    if (!last.endsWith(QChar(0x2026))) {
+        // The rest fits on its line only because a word broke over to it: still a cut text.
+        last = metrics.elidedText(rest + QChar(0x2026), Qt::ElideRight, width);
+    }
+    lines.append(last);
+    return lines.join(QLatin1Char('\n'));
 }
 
 QFont scaledFont(const QFont& base, qreal factor, bool bold = false) {
@@ -64,7 +113,7 @@ MenuBarView::MenuBarView(MenuBarPresenter& presenter, QWidget* parent)
     setFixedWidth(panelWidth);
     setAccessibleName(QStringLiteral("Vantrel"));
     auto* body = new QVBoxLayout(this);
-    body->setContentsMargins(16, 16, 16, 16);
+    body->setContentsMargins(bodyMargin, bodyMargin, bodyMargin, bodyMargin);
     body->setSpacing(14);
 
     // 1. Status header.
@@ -91,13 +140,15 @@ MenuBarView::MenuBarView(MenuBarPresenter& presenter, QWidget* parent)
     m_healthMessage = captionLabel(this);
     details->addWidget(m_healthMessage);
 
+    // The code in caption size, monospaced and bold, beside a title in the body's own font.
     m_code = new QLabel(this);
     QFont codeFont = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    codeFont.setPointSizeF(scaledFont(font(), 0.85).pointSizeF());
     codeFont.setBold(true);
     m_code->setFont(codeFont);
     m_code->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     m_code->setAccessibleDescription(QStringLiteral("Confirmation code"));
-    m_codeRow = detailRow(QStringLiteral("Confirmation code"), m_code);
+    m_codeRow = detailRow(QStringLiteral("Confirmation code"), m_code, false);
     details->addWidget(m_codeRow);
 
     m_expiry = captionLabel(this, false);
@@ -189,6 +240,9 @@ MenuBarView::MenuBarView(MenuBarPresenter& presenter, QWidget* parent)
                      &MenuBarPresenter::openSettings);
     m_diagnostics = row(QStringLiteral("Diagnostics…"), QStringLiteral("stethoscope"),
                         &MenuBarPresenter::openDiagnostics);
+    for (MenuRowButton* opensWindow : {m_settings, m_diagnostics}) {
+        connect(opensWindow, &MenuRowButton::clicked, this, &MenuBarView::windowOpened);
+    }
     m_signOut =
         row(QStringLiteral("Sign Out"), QStringLiteral("rectangle.portrait.and.arrow.right"),
             &MenuBarPresenter::signOut);
@@ -197,19 +251,26 @@ MenuBarView::MenuBarView(MenuBarPresenter& presenter, QWidget* parent)
     connect(quitShortcut, &QShortcut::activated, &m_presenter, &MenuBarPresenter::quit);
     body->addLayout(actions);
 
+    for (QLabel* secondaryLabel : {m_headerTitle, m_healthMessage, m_authorizationMessage,
+                                   m_migration, m_signInCaption, m_lastSyncRelative}) {
+        setSecondary(secondaryLabel);
+    }
+    setTextColour(m_error, HealthAppearance::red());
+
     connect(&m_presenter, &MenuBarPresenter::changed, this, &MenuBarView::render);
     connect(&m_presenter, &MenuBarPresenter::lastSyncChanged, this, &MenuBarView::renderLastSync);
     connect(&m_presenter, &MenuBarPresenter::countdownChanged, this, &MenuBarView::renderCountdown);
+    renderTints();
     render();
 }
 
-QWidget* MenuBarView::detailRow(const QString& title, QWidget* value) {
+QWidget* MenuBarView::detailRow(const QString& title, QWidget* value, bool captionTitle) {
     auto* rowWidget = new QWidget(this);
     auto* layout = new QHBoxLayout(rowWidget);
     layout->setContentsMargins(0, 0, 0, 0);
-    auto* titleLabel = captionLabel(rowWidget, false);
+    QLabel* titleLabel = captionTitle ? captionLabel(rowWidget, false) : new QLabel(rowWidget);
     titleLabel->setText(title);
-    titleLabel->setProperty("secondary", true);
+    setSecondary(titleLabel);
     layout->addWidget(titleLabel, 0, Qt::AlignTop);
     layout->addStretch();
     layout->addWidget(value, 0, Qt::AlignTop);
@@ -218,9 +279,7 @@ QWidget* MenuBarView::detailRow(const QString& title, QWidget* value) {
 }
 
 void MenuBarView::render() {
-    const QPalette& colours = palette();
-    const QColor secondary = secondaryColour(colours);
-    const QColor headerColour = HealthAppearance::colour(m_presenter.healthKind(), colours);
+    const QColor headerColour = HealthAppearance::colour(m_presenter.healthKind(), palette());
     m_headerIcon->setPixmap(SymbolIcon::pixmap(m_presenter.headerSymbol(), headerColour,
                                                headerSymbolSize, devicePixelRatioF()));
     m_headerIcon->setAccessibleName(m_presenter.headerTitle());
@@ -228,12 +287,12 @@ void MenuBarView::render() {
 
     const auto show = [](QLabel* label, const std::optional<QString>& text) {
         label->setVisible(text.has_value());
-        label->setText(text.value_or(QString()));
+        setChangedText(label, text.value_or(QString()));
     };
     show(m_healthMessage, m_presenter.healthMessage());
     const auto code = m_presenter.confirmationCode();
     m_codeRow->setVisible(code.has_value());
-    m_code->setText(code.value_or(QString()));
+    setChangedText(m_code, code.value_or(QString()));
     show(m_authorizationMessage, m_presenter.authorizationMessage());
     const auto today = m_presenter.todayValue();
     m_todayRow->setVisible(today.has_value());
@@ -241,13 +300,13 @@ void MenuBarView::render() {
     const auto migration = m_presenter.migrationSummary();
     m_migrationRow->setVisible(migration.has_value());
     m_migration->setText(migration.value_or(QString()));
-    m_migrationIcon->setPixmap(SymbolIcon::pixmap(QStringLiteral("arrow.triangle.2.circlepath"),
-                                                  secondary, 12, devicePixelRatioF()));
     const auto error = m_presenter.presentedError();
     m_error->setVisible(error.has_value());
-    // At most three lines: the label is capped at three line heights and elides by clipping.
-    m_error->setText(error.value_or(QString()));
-    m_error->setMaximumHeight(m_error->fontMetrics().lineSpacing() * 3);
+    const QString fullError = error.value_or(QString());
+    const QString shownError =
+        clippedToLines(fullError, m_error->font(), panelWidth - 2 * bodyMargin, errorLines);
+    m_error->setText(shownError);
+    m_error->setToolTip(shownError == fullError ? QString() : fullError);
 
     const auto group = m_presenter.primaryGroup();
     m_openApprovalPage->setVisible(group == MenuBarPresenter::PrimaryGroup::authorizing);
@@ -257,25 +316,21 @@ void MenuBarView::render() {
     m_signIn->setVisible(group == MenuBarPresenter::PrimaryGroup::signIn);
     m_signIn->setText(m_presenter.signInTitle());
     m_signInCaption->setVisible(group == MenuBarPresenter::PrimaryGroup::signIn);
+    m_signOut->setVisible(m_presenter.showsSignOut());
+    renderLastSync();
+    renderCountdown();
+}
+
+void MenuBarView::renderTints() {
+    const QPalette& colours = palette();
     for (QPushButton* pushButton :
          {m_openApprovalPage, m_cancelSignIn, m_openDashboard, m_retryTracker, m_signIn}) {
         pushButton->setIcon(SymbolIcon::icon(pushButton->property("symbolName").toString(),
                                              colours.color(QPalette::ButtonText)));
     }
-    m_signOut->setVisible(m_presenter.showsSignOut());
-
-    for (QLabel* secondaryLabel : findChildren<QLabel*>()) {
-        if (secondaryLabel->property("secondary").toBool()) {
-            setTextColour(secondaryLabel, secondary);
-        }
-    }
-    for (QLabel* secondaryLabel : {m_headerTitle, m_healthMessage, m_authorizationMessage,
-                                   m_migration, m_signInCaption, m_lastSyncRelative}) {
-        setTextColour(secondaryLabel, secondary);
-    }
-    setTextColour(m_error, HealthAppearance::red());
-    renderLastSync();
-    renderCountdown();
+    m_migrationIcon->setPixmap(SymbolIcon::pixmap(QStringLiteral("arrow.triangle.2.circlepath"),
+                                                  colours.color(QPalette::PlaceholderText), 12,
+                                                  devicePixelRatioF()));
 }
 
 void MenuBarView::renderLastSync() {
@@ -307,8 +362,8 @@ void MenuBarView::hideEvent(QHideEvent* event) {
 
 void MenuBarView::changeEvent(QEvent* event) {
     if (event->type() == QEvent::PaletteChange) {
-        // Tints follow a switch between light and dark.
-        // render() sets palettes on children only, so this does not recurse.
+        // Text follows the palette by itself; the drawn symbols are tinted anew.
+        renderTints();
         render();
     }
     QWidget::changeEvent(event);

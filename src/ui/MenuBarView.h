@@ -18,6 +18,10 @@ public:
 
     MenuBarPresenter& presenter() const { return m_presenter; }
 
+Q_SIGNALS:
+    // Settings… or Diagnostics… opened one of the application's windows.
+    void windowOpened();
+
 protected:
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
@@ -27,7 +31,8 @@ private:
     void render();
     void renderLastSync();
     void renderCountdown();
-    QWidget* detailRow(const QString& title, QWidget* value);
+    void renderTints();
+    QWidget* detailRow(const QString& title, QWidget* value, bool captionTitle = true);
 
     MenuBarPresenter& m_presenter;
 

@@ -13,6 +13,7 @@ constexpr int symbolFrame = 22;
 constexpr int spacing = 10;
 constexpr int symbolSize = 16;
 constexpr qreal cornerRadius = 8;
+constexpr qreal focusRingWidth = 2;
 
 } // namespace
 
@@ -22,7 +23,9 @@ MenuRowButton::MenuRowButton(const QString& title, const QString& symbolName, QW
     setText(title);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setAttribute(Qt::WA_Hover);
-    setFocusPolicy(Qt::StrongFocus);
+    // Focus comes from the keyboard only: a click that left a focus ring behind would look like
+    // a second, different selection.
+    setFocusPolicy(Qt::TabFocus);
 }
 
 QSize MenuRowButton::sizeHint() const {
@@ -41,13 +44,22 @@ void MenuRowButton::paintEvent(QPaintEvent*) {
     painter.setRenderHint(QPainter::Antialiasing);
     const bool pressed = isDown();
     const QColor primary = palette().color(QPalette::WindowText);
-    const qreal fill = pressed ? 0.16 : (m_hovering || hasFocus() ? 0.1 : 0.0);
+    const QRectF bounds(rect());
+    const qreal fill = pressed ? 0.16 : (m_hovering ? 0.1 : 0.0);
     if (fill > 0) {
         QColor background = primary;
         background.setAlphaF(fill);
         QPainterPath path;
-        path.addRoundedRect(QRectF(rect()), cornerRadius, cornerRadius);
+        path.addRoundedRect(bounds, cornerRadius, cornerRadius);
         painter.fillPath(path, background);
+    }
+    // The keyboard's place is a ring, so that it stays apart from where the pointer is.
+    if (hasFocus()) {
+        const qreal inset = focusRingWidth / 2.0;
+        painter.setPen(QPen(palette().color(QPalette::Highlight), focusRingWidth));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRoundedRect(bounds.adjusted(inset, inset, -inset, -inset), cornerRadius - inset,
+                                cornerRadius - inset);
     }
     painter.setOpacity(pressed ? 0.8 : 1.0);
     const int symbolLeft = horizontalPadding + (symbolFrame - symbolSize) / 2;

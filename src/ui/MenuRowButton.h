@@ -2,8 +2,9 @@
 
 #include <QAbstractButton>
 
-// A row of the panel's actions list: the symbol in a 22-wide frame, the title, and a rounded
-// background that shows while the pointer is over the row or the row is pressed. The whole row
+// A row of the panel's actions list: the symbol in a 22-wide frame, the title, a rounded
+// background that shows while the pointer is over the row or the row is pressed, and a ring
+// around the row that has the keyboard focus. The whole row
 // takes clicks, its empty part included.
 class MenuRowButton : public QAbstractButton {
     Q_OBJECT

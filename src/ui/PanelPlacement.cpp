@@ -13,6 +13,15 @@ qint64 distanceSquared(const QRect& rect, const QPoint& point) {
 
 } // namespace
 
+QRect PanelPlacement::anchor(const QRect& iconGeometry, const std::optional<QPoint>& hostPosition,
+                             const QPoint& cursor) {
+    if (!iconGeometry.isEmpty()) {
+        return iconGeometry;
+    }
+    const QPoint point = hostPosition && !hostPosition->isNull() ? *hostPosition : cursor;
+    return {point, QSize(1, 1)};
+}
+
 QPoint PanelPlacement::topLeft(const QSize& panel, const QRect& anchor,
                                const QList<Screen>& screens) {
     const QPoint centre = anchor.center();

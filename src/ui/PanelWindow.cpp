@@ -1,7 +1,9 @@
 #include "ui/PanelWindow.h"
 
+#include "ui/MenuBarView.h"
 #include "ui/PanelPlacement.h"
 
+#include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QScreen>
@@ -30,6 +32,7 @@ void PanelWindow::setTrayMode(bool trayMode) {
     }
     const bool wasVisible = isVisible();
     m_trayMode = trayMode;
+    m_anchor = QRect();
     applyWindowFlags();
     // Changing the flags hides a window; one the user had open stays open.
     if (wasVisible) {
@@ -38,7 +41,15 @@ void PanelWindow::setTrayMode(bool trayMode) {
     }
 }
 
-void PanelWindow::toggle(const QRect& anchor) {
+void PanelWindow::toggle(const QRect& iconGeometry) {
+    toggleBeside(PanelPlacement::anchor(iconGeometry, std::nullopt, QCursor::pos()));
+}
+
+void PanelWindow::toggleAt(const QPoint& hostPosition) {
+    toggleBeside(PanelPlacement::anchor(QRect(), hostPosition, QCursor::pos()));
+}
+
+void PanelWindow::toggleBeside(const QRect& anchor) {
     if (isVisible()) {
         hide();
         return;
@@ -53,12 +64,19 @@ void PanelWindow::toggle(const QRect& anchor) {
 void PanelWindow::present(const QRect& anchor) {
     makeContent();
     if (m_trayMode && !isVisible()) {
+        m_anchor = anchor;
         adjustSize();
-        placeBeside(anchor);
+        place();
     }
     show();
     raise();
     activateWindow();
+}
+
+void PanelWindow::dismiss() {
+    if (m_trayMode) {
+        hide();
+    }
 }
 
 void PanelWindow::keyPressEvent(QKeyEvent* event) {
@@ -81,10 +99,20 @@ void PanelWindow::hideEvent(QHideEvent* event) {
     }
 }
 
+void PanelWindow::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    if (m_trayMode && isVisible() && m_anchor.isValid()) {
+        place();
+    }
+}
+
 void PanelWindow::makeContent() {
     if (!m_content) {
         m_content = m_makeContent();
         layout()->addWidget(m_content);
+        if (auto* view = qobject_cast<MenuBarView*>(m_content.data())) {
+            connect(view, &MenuBarView::windowOpened, this, &PanelWindow::dismiss);
+        }
     }
 }
 
@@ -96,7 +124,7 @@ void PanelWindow::applyWindowFlags() {
     }
 }
 
-void PanelWindow::placeBeside(const QRect& anchor) {
+void PanelWindow::place() {
     // Wayland lets the compositor place windows; moving would be ignored at best.
     if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
         return;
@@ -105,7 +133,7 @@ void PanelWindow::placeBeside(const QRect& anchor) {
     for (const QScreen* screen : QGuiApplication::screens()) {
         screens.append({screen->geometry(), screen->availableGeometry()});
     }
-    move(PanelPlacement::topLeft(size(), anchor, screens));
+    move(PanelPlacement::topLeft(size(), m_anchor, screens));
 }
 
 void PanelWindow::hideAutomatically() {

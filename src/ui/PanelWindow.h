@@ -32,10 +32,17 @@ public:
     void setTrayMode(bool trayMode);
     bool isTrayMode() const { return m_trayMode; }
 
-    // The tray icon was clicked: open beside `anchor` (in global coordinates), or close.
-    void toggle(const QRect& anchor);
+    // The tray icon was clicked: open beside the icon's geometry (global coordinates; empty when
+    // the tray gives none, and then beside the cursor), or close.
+    void toggle(const QRect& iconGeometry);
+    // The tray host reported a click at `hostPosition` (global coordinates): open beside it, or
+    // close. (0, 0), what hosts send when they know no position, opens beside the cursor.
+    void toggleAt(const QPoint& hostPosition);
     // Show (and raise) the panel or window, beside `anchor` in tray mode.
     void present(const QRect& anchor);
+    // One of our windows opened from the panel: the panel, always on top, steps out of its way.
+    // An ordinary window stays.
+    void dismiss();
 
     // The content while the panel is shown; null while it is hidden.
     QWidget* content() const { return m_content; }
@@ -43,15 +50,20 @@ public:
 protected:
     void keyPressEvent(QKeyEvent* event) override;
     void hideEvent(QHideEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void makeContent();
     void applyWindowFlags();
-    void placeBeside(const QRect& anchor);
+    void toggleBeside(const QRect& anchor);
+    void place();
     void hideAutomatically();
 
     ContentFactory m_makeContent;
     QPointer<QWidget> m_content;
     bool m_trayMode = false;
+    // Kept while the panel is open: the panel grows and shrinks with its content (signing in adds
+    // rows) and is placed again each time.
+    QRect m_anchor;
     QElapsedTimer m_sinceAutomaticHide;
 };

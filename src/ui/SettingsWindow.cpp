@@ -10,6 +10,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QShowEvent>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -23,9 +24,8 @@ QLabel* captionLabel(const QString& text = {}) {
     QFont font = label->font();
     font.setPointSizeF(font.pointSizeF() * 0.85);
     label->setFont(font);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
+    // Taken from the palette when drawn, so that it follows a switch between light and dark.
+    label->setForegroundRole(QPalette::PlaceholderText);
     return label;
 }
 
@@ -188,6 +188,7 @@ void SettingsWindow::renderFeedback() {
     const std::optional<QString>& feedback = m_presenter.feedback();
     m_feedback->setVisible(feedback.has_value());
     m_feedback->setText(feedback.value_or(QString()));
+    m_feedback->setForegroundRole(QPalette::WindowText);
     QPalette palette = m_feedback->palette();
     palette.setColor(QPalette::WindowText, m_presenter.isFeedbackSuccess()
                                                ? HealthAppearance::green()
@@ -196,7 +197,11 @@ void SettingsWindow::renderFeedback() {
 }
 
 void SettingsWindow::showEvent(QShowEvent* event) {
-    m_presenter.appear();
+    // Opened or shown again, not restored from the taskbar: a restored window keeps what the
+    // user typed. Restoring delivers the show event as a spontaneous one.
+    if (!event->spontaneous()) {
+        m_presenter.appear();
+    }
     QDialog::showEvent(event);
     if (!m_didClearInitialFocus) {
         m_didClearInitialFocus = true;

@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QImageReader>
 #include <QPainter>
+#include <QPixmapCache>
 
 #include <cmath>
 
@@ -39,6 +40,15 @@ QPixmap SymbolIcon::pixmap(const QString& symbolName, const QColor& tint, int lo
         return {};
     }
     const qreal ratio = devicePixelRatio > 0 ? devicePixelRatio : 1.0;
+    // Rows and icons ask again on every paint: each drawing is decoded and tinted once.
+    const QString key = QStringLiteral("symbol:%1:%2:%3:%4")
+                            .arg(symbolName, tint.name(QColor::HexArgb))
+                            .arg(logicalSize)
+                            .arg(ratio);
+    QPixmap cached;
+    if (QPixmapCache::find(key, &cached)) {
+        return cached;
+    }
     const int side = static_cast<int>(std::lround(logicalSize * ratio));
     QImageReader reader(path);
     reader.setScaledSize(QSize(side, side));
@@ -57,6 +67,7 @@ QPixmap SymbolIcon::pixmap(const QString& symbolName, const QColor& tint, int lo
     }
     QPixmap result = QPixmap::fromImage(image);
     result.setDevicePixelRatio(ratio);
+    QPixmapCache::insert(key, result);
     return result;
 }
 

@@ -62,6 +62,9 @@ def main():
         check("the panel tells the state", find(panel, "Sign in required", (pyatspi.ROLE_LABEL,)))
         check("Diagnostics… opens the Diagnostics window",
               press(panel, "Diagnostics…") and wait_for(lambda: showing(window("Vantrel Diagnostics"))))
+        check("the panel makes way for it", wait_for(lambda: not showing(window("Vantrel"))))
+        sni.Activate(10, 10)
+        check("activating the icon opens the panel again", wait_for(lambda: showing(window("Vantrel"))))
         sni.Activate(10, 10)
         check("activating the icon again closes the panel",
               wait_for(lambda: not showing(window("Vantrel"))))

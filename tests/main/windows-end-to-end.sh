@@ -12,7 +12,7 @@ root="$(cd "$here/../.." && pwd)"
 launcher=/usr/libexec/at-spi-bus-launcher
 
 if [ "${1:-}" != "--inside" ]; then
-    for tool in Xvfb xdpyinfo xclip secret-tool gnome-keyring-daemon openssl "$launcher"; do
+    for tool in Xvfb xdpyinfo xprop xwininfo xclip secret-tool gnome-keyring-daemon openssl "$launcher"; do
         command -v "$tool" >/dev/null || { echo "skipped: no $tool" >&2; exit 77; }
     done
     /usr/bin/python3 -c 'import dbus, pyatspi' 2>/dev/null ||

@@ -120,6 +120,18 @@ def requests_to(path):
     return sum(1 for line in log.splitlines() if line.split(" ")[1:2] == [path])
 
 
+def mapped_titles():
+    """The titles of the shown top-level windows as the window manager reads them."""
+    def run(*command):
+        return subprocess.run(command, capture_output=True, text=True, timeout=5).stdout
+    titles = []
+    for window in re.findall(r"^\s+(0x[0-9a-f]+) ", run("xwininfo", "-root", "-children"), re.M):
+        if "IsViewable" in run("xwininfo", "-id", window):
+            name = re.search(r'= "(.*)"$', run("xprop", "-id", window, "_NET_WM_NAME"), re.M)
+            titles.append(name.group(1) if name else None)
+    return titles
+
+
 def set_text(root, name, text):
     field = find(root, name, TEXT_ROLES)
     if field is None:
@@ -234,6 +246,8 @@ def run(bus, helper, keys, service, self_hosted, opened, work):
     check("Settings… in the panel opens the Settings window",
           panel and press(panel, "Settings…")
           and wait_for(lambda: showing(window("Vantrel Settings"))))
+    check("the panel makes way for the window it opened",
+          wait_for(lambda: not showing(window("Vantrel"))))
     settings = window("Vantrel Settings")
     check("the advanced connection settings open",
           press(settings, "Advanced connection settings",
@@ -261,6 +275,8 @@ def run(bus, helper, keys, service, self_hosted, opened, work):
     activate_action(bus, "diagnostics")
     check("the Diagnostics window opens",
           wait_for(lambda: showing(window("Vantrel Diagnostics"))))
+    check("the window manager reads both titles exactly",
+          wait_for(lambda: {"Vantrel Settings", "Vantrel Diagnostics"} <= set(mapped_titles())))
     check("Copy Diagnostics is pressed", press(window("Vantrel Diagnostics"), "Copy Diagnostics"))
     report = wait_for(lambda: "Vantrel diagnostics" in clipboard() and clipboard())
     check("the clipboard holds the report with the helper's version",

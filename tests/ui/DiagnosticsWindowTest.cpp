@@ -48,6 +48,10 @@ struct DiagnosticsScene {
         }
         return result;
     }
+    QLabel* value(int row) {
+        return qobject_cast<QLabel*>(
+            window.findChild<QGridLayout*>()->itemAtPosition(row, 1)->widget());
+    }
     QLabel* error() { return window.findChild<QLabel*>("error"); }
     void click(const QString& text) {
         for (auto* button : window.findChildren<QPushButton*>()) {
@@ -76,6 +80,7 @@ TEST(DiagnosticsWindow, ShowsTheTwelveRowsLiveAndOnlyTheSupervisorsError) {
     EXPECT_EQ(empty[3], "Tracker version: Unknown");
     EXPECT_EQ(empty[10], "Last successful sync: Never");
     EXPECT_FALSE(scene.error()->isVisible());
+    scene.value(0)->setSelection(0, 3); // the user is copying the app version
 
     TrackerStatus status = sampleTrackerStatus();
     status.queuedHeartbeats = 1234567;
@@ -89,6 +94,8 @@ TEST(DiagnosticsWindow, ShowsTheTwelveRowsLiveAndOnlyTheSupervisorsError) {
     EXPECT_EQ(filled[5], "Queued heartbeats: 1234567");
     EXPECT_TRUE(scene.error()->isVisible());
     EXPECT_EQ(scene.error()->text(), "Tracker helper exited with status 3.");
+    EXPECT_EQ(scene.value(0)->selectedText().size(), 3)
+        << "a value that stayed keeps its selection";
 }
 
 TEST(DiagnosticsWindow, RefreshReturnsAtOnceWhileTheHelperTakesItsTime) {

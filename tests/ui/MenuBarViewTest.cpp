@@ -1,9 +1,13 @@
 #include "ui/MenuBarView.h"
 
 #include "PanelTestSupport.h"
+#include "core/PlatformError.h"
+#include "ui/DiagnosticsWindow.h"
 #include "ui/HealthAppearance.h"
 #include "ui/MenuRowButton.h"
 #include "ui/PanelPlacement.h"
+#include "ui/PanelWindow.h"
+#include "ui/SettingsWindow.h"
 #include "ui/TrayMenu.h"
 
 #include <QAbstractButton>
@@ -110,30 +114,115 @@ INSTANTIATE_TEST_SUITE_P(
                  {"Today", caption}}),
     rowName);
 
-TEST(PanelView, showsTheErrorInRedOnAtMostThreeLinesAndTheCodeSelectable) {
-    PanelFixture fixture;
-    fixture.harness.credentials.failLoad = -25293;
-    AsyncTest::run(fixture.state->start());
-    ASSERT_TRUE(fixture.state->presentedError());
-    MenuBarView view(*fixture.presenter);
-    QLabel* error = nullptr;
+QLabel* labelShowing(const QWidget& view, const std::function<bool(const QString&)>& text) {
     for (QLabel* label : view.findChildren<QLabel*>()) {
-        if (label->text() == *fixture.state->presentedError()) {
-            error = label;
+        if (text(label->text()) && label->isVisibleTo(&view)) {
+            return label;
         }
     }
-    ASSERT_NE(error, nullptr);
-    EXPECT_TRUE(error->isVisibleTo(&view));
-    EXPECT_EQ(error->palette().color(QPalette::WindowText), HealthAppearance::red());
-    EXPECT_LE(error->maximumHeight(), error->fontMetrics().lineSpacing() * 3);
-
-    fixture.beginSignInWithCode();
-    for (QLabel* label : view.findChildren<QLabel*>()) {
-        if (label->text() == "WDJB-MJHT") {
-            EXPECT_TRUE(label->textInteractionFlags() & Qt::TextSelectableByMouse);
-        }
-    }
+    return nullptr;
 }
+
+// The error in red: whole when it fits three lines, else cut at the end of the third with "…".
+class PanelError : public ::testing::TestWithParam<std::pair<const char*, int>> {};
+
+TEST_P(PanelError, showsAtMostThreeWholeLinesInRed) {
+    PanelFixture fixture;
+    const QString text = QString(GetParam().first).repeated(GetParam().second);
+    fixture.harness.authorizer.startOutcomes.push_back(
+        std::make_exception_ptr(PlatformError(text)));
+    fixture.state->beginDeviceAuthorization();
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return fixture.state->presentedError().has_value(); }));
+    MenuBarView view(*fixture.presenter);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    const QLabel* error = labelShowing(view, [&](const QString& shown) {
+        return shown == text || (shown.endsWith(QChar(0x2026)) && text.startsWith(shown.left(9)));
+    });
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->palette().color(error->foregroundRole()), HealthAppearance::red());
+    EXPECT_EQ(error->text() == text, GetParam().second == 1);
+    // Every line is drawn in full: none wraps further or falls below the label.
+    EXPECT_GE(error->height(), error->heightForWidth(error->width()));
+    EXPECT_LT(error->height(), 4 * error->fontMetrics().lineSpacing());
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, PanelError,
+                         ::testing::Values(std::pair("Permission denied", 1),
+                                           std::pair("The secret service refused the request. ",
+                                                     12)));
+
+TEST(PanelView, showsTheCodeSelectableInACaptionMonospacedBoldFontAfterAPlainTitle) {
+    PanelFixture fixture;
+    fixture.beginSignInWithCode();
+    MenuBarView view(*fixture.presenter);
+    const QLabel* code = labelShowing(view, [](const QString& t) { return t == "WDJB-MJHT"; });
+    ASSERT_NE(code, nullptr);
+    EXPECT_TRUE(code->textInteractionFlags() & Qt::TextSelectableByMouse);
+    EXPECT_TRUE(QFontInfo(code->font()).fixedPitch() && code->font().bold());
+    EXPECT_LT(code->font().pointSizeF(), view.font().pointSizeF());
+    EXPECT_EQ(labelShowing(view, [](const QString& t) { return t == "Confirmation code"; })->font(),
+              view.font());
+}
+
+TEST(MenuRowButton, drawsKeyboardFocusAsARingApartFromHover) {
+    MenuRowButton row("Settings…", "gearshape");
+    row.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&row));
+    row.clearFocus(); // the row is its own window here, which activation focuses
+    QEvent leave(QEvent::Leave);
+    QEnterEvent enter(QPointF(5, 5), QPointF(5, 5), QPointF(5, 5));
+    QCoreApplication::sendEvent(&row, &leave); // the window may have opened under the pointer
+    const QImage plain = row.grab().toImage();
+    QCoreApplication::sendEvent(&row, &enter);
+    const QImage hovered = row.grab().toImage();
+    QCoreApplication::sendEvent(&row, &leave);
+    row.setFocus(Qt::TabFocusReason);
+    const QImage focused = row.grab().toImage();
+
+    EXPECT_TRUE(hovered != plain && focused != plain && focused != hovered);
+    const QRgb ring = row.palette().color(QPalette::Highlight).rgb();
+    EXPECT_EQ(focused.pixel(row.width() / 2, 0), ring);
+    EXPECT_NE(hovered.pixel(row.width() / 2, 0), ring);
+}
+
+// Secondary text and drawn symbols take their colours when drawn: a switch between light and
+// dark (the palette change the application delivers to each window) reaches every window.
+using WindowMaker = std::function<QWidget*(PanelFixture&, SettingsPresenter&)>;
+class FollowsPalette : public ::testing::TestWithParam<std::pair<const char*, WindowMaker>> {};
+
+TEST_P(FollowsPalette, redrawsInTheNewSecondaryColour) {
+    PanelFixture fixture;
+    SettingsPresenter settings(*fixture.state);
+    const std::unique_ptr<QWidget> window(GetParam().second(fixture, settings));
+    window->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    const auto magentaPixels = [&window] {
+        const QImage image = window->grab().toImage().convertToFormat(QImage::Format_RGB32);
+        const auto* pixels = reinterpret_cast<const QRgb*>(image.constBits());
+        return std::count_if(pixels, pixels + image.width() * image.height(), [](QRgb pixel) {
+            return qRed(pixel) > 200 && qBlue(pixel) > 200 && qGreen(pixel) < 90;
+        });
+    };
+    EXPECT_EQ(magentaPixels(), 0);
+    QPalette switched = window->palette();
+    switched.setColor(QPalette::PlaceholderText, Qt::magenta);
+    window->setPalette(switched);
+    EXPECT_GT(magentaPixels(), 20);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Windows, FollowsPalette,
+    ::testing::Values(std::pair("panel", WindowMaker([](PanelFixture& f, SettingsPresenter&) {
+                                    return new MenuBarView(*f.presenter);
+                                })),
+                      std::pair("settings", WindowMaker([](PanelFixture&, SettingsPresenter& s) {
+                                    return new SettingsWindow(s);
+                                })),
+                      std::pair("diagnostics", WindowMaker([](PanelFixture& f, SettingsPresenter&) {
+                                    return new DiagnosticsWindow(*f.state, f.harness.supervisor);
+                                }))),
+    [](const auto& row) { return std::string(row.param.first); });
 
 // Each control, clicked in the panel or chosen in the tray menu, reaches its operation.
 struct ActionRow {
@@ -141,6 +230,7 @@ struct ActionRow {
     std::function<void(PanelFixture&)> arrange;
     const char* control;
     std::function<bool(PanelFixture&)> happened;
+    bool opensWindow = false; // then the panel, always on top, makes way for it
 };
 
 class PanelAction : public ::testing::TestWithParam<ActionRow> {};
@@ -148,11 +238,14 @@ class PanelAction : public ::testing::TestWithParam<ActionRow> {};
 TEST_P(PanelAction, clickInThePanelCallsItsOperation) {
     PanelFixture fixture;
     GetParam().arrange(fixture);
-    MenuBarView view(*fixture.presenter);
-    QAbstractButton* control = button(view, GetParam().control);
-    ASSERT_NE(control, nullptr) << visibleButtons(view).join(", ").toStdString();
+    PanelWindow panel([&fixture] { return new MenuBarView(*fixture.presenter); });
+    panel.setTrayMode(true);
+    panel.present(QRect(400, 300, 1, 1));
+    QAbstractButton* control = button(*panel.content(), GetParam().control);
+    ASSERT_NE(control, nullptr) << visibleButtons(*panel.content()).join(", ").toStdString();
     QTest::mouseClick(control, Qt::LeftButton);
     EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
+    EXPECT_EQ(panel.isVisible(), !GetParam().opensWindow);
 }
 
 TEST_P(PanelAction, trayMenuEntryCallsTheSameOperation) {
@@ -205,9 +298,11 @@ INSTANTIATE_TEST_SUITE_P(
                   [](PanelFixture& f) {
                       return f.harness.application.activations == 1 &&
                              f.harness.application.settingsWindowsShown == 1;
-                  }},
+                  },
+                  true},
         ActionRow{"diagnostics", [](PanelFixture&) {}, "Diagnostics…",
-                  [](PanelFixture& f) { return f.openedWindows == QStringList{"diagnostics"}; }},
+                  [](PanelFixture& f) { return f.openedWindows == QStringList{"diagnostics"}; },
+                  true},
         ActionRow{"signOut", signedIn, "Sign Out",
                   [](PanelFixture& f) { return !f.state->hasCredential(); }},
         ActionRow{"quit", signedIn, "Quit Vantrel",

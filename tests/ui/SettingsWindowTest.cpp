@@ -89,7 +89,12 @@ TEST(SettingsWindow, AFailedSaveKeepsEveryFieldAndShowsTheErrorInRed) {
     EXPECT_EQ(scene.harness.credentials.stored, "vk_live_1");
 }
 
-TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReopensWithTheApplicationsUrl) {
+// Opening the window again reloads the URL from the application; restoring it from the taskbar
+// keeps what was typed. The typed key survives both.
+using Return = std::tuple<const char*, std::function<void(SettingsWindow&)>, bool>;
+class SettingsReturn : public ::testing::TestWithParam<Return> {};
+
+TEST_P(SettingsReturn, opensWithoutAFocusedFieldAndReloadsOnlyWhenOpenedAgain) {
     SettingsScene scene(true);
     scene.expandAdvanced();
     scene.field("serverURL")->setFocus(); // where a remembered focus would put the cursor
@@ -98,13 +103,27 @@ TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReopensWithTheApplicationsUrl) 
 
     scene.field("serverURL")->setText("https://unsaved.example");
     scene.field("apiKey")->setText("vk_typed");
-    QTest::keyClick(&scene.window, Qt::Key_Escape);
-    EXPECT_FALSE(scene.window.isVisible());
+    const auto& [name, leaveAndReturn, keepsTypedURL] = GetParam();
+    leaveAndReturn(scene.window);
     scene.showAndSettle();
-
-    EXPECT_EQ(scene.field("serverURL")->text(), scene.state->serverURL());
+    EXPECT_EQ(scene.field("serverURL")->text(),
+              keepsTypedURL ? "https://unsaved.example" : scene.state->serverURL());
     EXPECT_EQ(scene.field("apiKey")->text(), "vk_typed");
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, SettingsReturn,
+    ::testing::Values(Return(
+                          "closedAndOpenedAgain",
+                          [](SettingsWindow& w) { QTest::keyClick(&w, Qt::Key_Escape); }, false),
+                      Return(
+                          "minimisedAndRestored",
+                          [](SettingsWindow& w) {
+                              w.showMinimized();
+                              w.showNormal();
+                          },
+                          true)),
+    [](const auto& row) { return std::string(std::get<0>(row.param)); });
 
 TEST(SettingsWindow, AWindowMadeAfreshTakesOverTheTypedKeyAndTheOpenSection) {
     AppHarness harness;

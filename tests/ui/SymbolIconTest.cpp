@@ -63,19 +63,14 @@ TEST(SymbolIcon, rendersEverySymbolInTheTintAtTheRequestedScale) {
         EXPECT_GT(ink, 40);
         EXPECT_EQ(stray, 0);
         EXPECT_FALSE(SymbolIcon::freedesktopName(name).isEmpty());
+        EXPECT_EQ(SymbolIcon::pixmap(name, tint, 16, 2.0).cacheKey(), pixmap.cacheKey())
+            << "drawn once";
     }
 }
 
 TEST(SymbolIcon, answersNothingForAnUnknownName) {
     EXPECT_TRUE(SymbolIcon::pixmap("no.such.symbol", Qt::red, 16, 1.0).isNull());
     EXPECT_TRUE(SymbolIcon::icon("no.such.symbol", Qt::red).isNull());
-}
-
-TEST(SymbolIcon, iconOffersTheTraySizes) {
-    const QIcon icon = SymbolIcon::icon("power", Qt::white);
-    for (const int size : {16, 22, 24, 32, 48, 64}) {
-        EXPECT_TRUE(icon.availableSizes().contains(QSize(size, size))) << size;
-    }
 }
 
 TEST(HealthAppearance, everyStateHasItsOwnDrawnSymbolAndAVisibleColour) {
