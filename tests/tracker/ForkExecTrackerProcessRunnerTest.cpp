@@ -1,8 +1,8 @@
-#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/ForkExecTrackerProcessRunner.h"
 
 #include "StatusDocument.h"
 #include "support/AsyncTest.h"
-#include "tracker/PosixSpawnTrackerProcessHandle.h"
+#include "tracker/ForkExecTrackerProcessHandle.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
 #include <QCoreApplication>
@@ -46,7 +46,7 @@ QCoro::Task<QString> outcomeOf(QCoro::Task<TrackerStatus> task) {
 class RunnerTest : public testing::Test {
 protected:
     QTemporaryDir home;
-    PosixSpawnTrackerProcessRunner runner;
+    ForkExecTrackerProcessRunner runner;
     QList<qint32> exits;
     bool exitsOnGuiThread = true;
 
@@ -126,12 +126,12 @@ TEST_F(RunnerTest, AHelperThatClosesItsInputAtOnceIsHarmless) {
     EXPECT_EQ(exits, QList<qint32>{5});
 }
 
-TEST(PosixSpawnTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigpipe) {
+TEST(ForkExecTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigpipe) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     ::close(fds[0]);
     const auto previous = std::signal(SIGPIPE, SIG_DFL); // a stray SIGPIPE would end this test
-    EXPECT_FALSE(PosixSpawnTrackerProcessHandle(nullptr, fds[1]).writeInput("key\n"));
+    EXPECT_FALSE(ForkExecTrackerProcessHandle(nullptr, fds[1]).writeInput("key\n"));
     std::signal(SIGPIPE, previous);
 }
 

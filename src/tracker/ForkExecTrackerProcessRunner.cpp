@@ -1,7 +1,7 @@
-#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/ForkExecTrackerProcessRunner.h"
 
 #include "core/PlatformError.h"
-#include "tracker/PosixSpawnTrackerProcessHandle.h"
+#include "tracker/ForkExecTrackerProcessHandle.h"
 #include "tracker/SpawnedProcess.h"
 #include "tracker/StatusCommandProcess.h"
 #include "tracker/TrackerSupervisorError.h"
@@ -123,17 +123,17 @@ QCoro::Task<TrackerStatus> decodeAwayFromTheGuiThread(QList<QByteArray> chunks) 
 
 } // namespace
 
-PosixSpawnTrackerProcessRunner::PosixSpawnTrackerProcessRunner(qsizetype statusOutputCeiling)
+ForkExecTrackerProcessRunner::ForkExecTrackerProcessRunner(qsizetype statusOutputCeiling)
     : m_statusOutputCeiling(statusOutputCeiling) {}
 
-bool PosixSpawnTrackerProcessRunner::isExecutableFile(const QString& path) {
+bool ForkExecTrackerProcessRunner::isExecutableFile(const QString& path) {
     const QByteArray encoded = QFile::encodeName(path);
     struct stat info {};
     return !path.isEmpty() && ::stat(encoded.constData(), &info) == 0 && S_ISREG(info.st_mode) &&
            ::faccessat(AT_FDCWD, encoded.constData(), X_OK, AT_EACCESS) == 0;
 }
 
-QString PosixSpawnTrackerProcessRunner::errorMessage(const QByteArray& standardError) {
+QString ForkExecTrackerProcessRunner::errorMessage(const QByteArray& standardError) {
     // Keep a byte-order mark as a character rather than dropping it: the text is the helper's
     // own bytes.
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
@@ -146,8 +146,8 @@ QString PosixSpawnTrackerProcessRunner::errorMessage(const QByteArray& standardE
 }
 
 std::unique_ptr<TrackerProcessHandling>
-PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configuration,
-                                            ExitHandler onExit) {
+ForkExecTrackerProcessRunner::startHelper(const LaunchConfiguration& configuration,
+                                          ExitHandler onExit) {
     if (!isExecutableFile(configuration.executableURL)) {
         throw TrackerSupervisorError::helperMissing(configuration.executableURL);
     }
@@ -180,7 +180,7 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
                      [onExit = std::move(onExit)](qint32 status) { onExit(status); });
 
     auto handle =
-        std::make_unique<PosixSpawnTrackerProcessHandle>(QPointer(process), inputWrite.release());
+        std::make_unique<ForkExecTrackerProcessHandle>(QPointer(process), inputWrite.release());
     QByteArray keyLine = configuration.apiKey.toUtf8();
     keyLine.append('\n');
     // A helper that has already closed its standard input simply does not get the key; its
@@ -190,8 +190,8 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
     return handle;
 }
 
-QCoro::Task<TrackerStatus> PosixSpawnTrackerProcessRunner::runStatus(QString executableURL,
-                                                                     QString configURL) {
+QCoro::Task<TrackerStatus> ForkExecTrackerProcessRunner::runStatus(QString executableURL,
+                                                                   QString configURL) {
     // Touches nothing of the runner after this: the command may outlive it.
     const qsizetype ceiling = m_statusOutputCeiling;
     if (!isExecutableFile(executableURL)) {

@@ -7,13 +7,13 @@
 // Starts the tracker helper with posix_spawn and watches it from the GUI thread's event loop
 // (see SpawnedProcess). Holds nothing but its output ceiling: one instance serves the whole
 // application, and a status command in flight does not need the runner to stay alive.
-class PosixSpawnTrackerProcessRunner : public TrackerProcessRunning {
+class ForkExecTrackerProcessRunner : public TrackerProcessRunning {
 public:
     // A report is a few kilobytes and is read in full however large it is, up to this ceiling:
     // only a runaway helper gets there, and reading on would exhaust memory.
     static constexpr qsizetype defaultStatusOutputCeiling = qsizetype(64) * 1024 * 1024;
 
-    explicit PosixSpawnTrackerProcessRunner(
+    explicit ForkExecTrackerProcessRunner(
         qsizetype statusOutputCeiling = defaultStatusOutputCeiling);
 
     std::unique_ptr<TrackerProcessHandling> startHelper(const LaunchConfiguration& configuration,
