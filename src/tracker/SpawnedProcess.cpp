@@ -66,8 +66,8 @@ void closeFrom(int first, int keep, int ceiling) {
 }
 
 [[noreturn]] void runChild(const ChildPlan& plan) {
-    // Handlers are the application's and must not run here; ignored signals stay ignored across
-    // exec as a shell would leave them, except SIGPIPE, which the application ignores for itself.
+    // Handlers are the application's and must not run here. Ignored signals stay ignored across
+    // exec as a shell would leave them, except SIGPIPE: a child whose reader has gone should end.
     for (int signalNumber = 1; signalNumber < NSIG; ++signalNumber) {
         struct sigaction current {};
         if (sigaction(signalNumber, nullptr, &current) != 0) {
