@@ -4,7 +4,7 @@
 // Usage: tracker_status_benchmark [rounds]
 
 #include "StatusDocument.h"
-#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/ForkExecTrackerProcessRunner.h"
 
 #include <QCoreApplication>
 #include <QCoroTimer>
@@ -66,7 +66,7 @@ qint64 bareStatusCommand(const QByteArray& config) {
     return clock.nsecsElapsed();
 }
 
-qint64 runnerStatusCommand(PosixSpawnTrackerProcessRunner& runner, const QString& config) {
+qint64 runnerStatusCommand(ForkExecTrackerProcessRunner& runner, const QString& config) {
     QElapsedTimer clock;
     clock.start();
     QCoro::waitFor(runner.runStatus(FAKE_TRACKER_HELPER, config));
@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
     const QString slowConfig = directory.filePath("slow.toml");
     writeFile(slowConfig, "status.sleep 1\nstatus.stdout-file " + document.toUtf8() + "\n");
 
-    PosixSpawnTrackerProcessRunner runner;
+    ForkExecTrackerProcessRunner runner;
     const QByteArray encodedFastConfig = fastConfig.toUtf8();
     for (int i = 0; i < 10; ++i) { // warm the page cache and the dynamic loader
         bareStatusCommand(encodedFastConfig);

@@ -21,7 +21,7 @@
 #include "system/SecretServiceCredentialStore.h"
 #include "system/TrackerConfigFile.h"
 #include "system/XdgAutostartLoginItemManager.h"
-#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/ForkExecTrackerProcessRunner.h"
 #include "tracker/TaskSleepScheduler.h"
 #include "tracker/TrackerRuntimePaths.h"
 #include "tracker/TrackerSupervisor.h"
@@ -43,7 +43,7 @@ struct CompositionRoot::Collaborators {
     InstallLayout installation{QCoreApplication::applicationDirPath()};
     SecretServiceCredentialStore credentialStore{QLatin1String(credentialService),
                                                  QLatin1String(credentialAccount)};
-    PosixSpawnTrackerProcessRunner processRunner;
+    ForkExecTrackerProcessRunner processRunner;
     TaskSleepScheduler supervisorSleeper;
     TrackerSupervisor supervisor{processRunner, supervisorSleeper, maximumRestartAttempts};
     XdgAutostartLoginItemManager loginItems{

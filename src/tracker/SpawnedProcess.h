@@ -9,9 +9,12 @@
 class QSocketNotifier;
 class QTimer;
 
-// A child process started with posix_spawn and reaped on the GUI thread's event loop, through a
-// pidfd where the kernel offers one. Nothing else in the application waits for our children, so
-// the pid stays ours until this object reaps it, and signals can never reach a stranger.
+// A child process started with fork and exec and reaped on the GUI thread's event loop, through a
+// pidfd where the kernel offers one. The child is bound to our life: the kernel sends it SIGTERM
+// when the thread that started it ends, which for the GUI thread is when the application ends,
+// however it ends. Start children from the GUI thread only. Nothing else in the application waits
+// for our children, so the pid stays ours until this object reaps it, and signals can never reach a
+// stranger.
 //
 // Objects are created parentless and end their own life: once the child has been reaped (and
 // `exited` emitted) a SpawnedProcess deletes itself, so owners hold it through a QPointer. It is
@@ -26,11 +29,13 @@ public:
         int input = -1;
         int output = -1;
         int error = -1;
+        // Handed on as descriptor 3 when not -1.
+        int extra = -1;
     };
 
     // Starts `executable` with `arguments` (not including argv[0]), the application's
     // environment and working directory, and default signal handling. Throws PlatformError when
-    // the process cannot be started.
+    // the process cannot be started, including when the program cannot be executed.
     static SpawnedProcess* spawn(const QString& executable, const QStringList& arguments,
                                  const StandardStreams& streams);
 

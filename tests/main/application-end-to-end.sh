@@ -7,7 +7,9 @@
 # First start, with no key anywhere: the configuration file gets the API URL, the autostart entry
 # appears, the status is read, no helper runs. Second start, with the key an older installation
 # left in the configuration file: the key moves into the keyring, the file keeps it blanked, and
-# the helper is launched with the key on its standard input, nowhere else.
+# the helper is launched with the key on its standard input, nowhere else. Then, for each way of
+# dying without a chance to clean up, the helper goes with the application and the next start runs
+# exactly one.
 set -euo pipefail
 
 app="$1" helper="$2" launchctl="$3"
@@ -89,6 +91,29 @@ check "the import is announced" grep -q "Imported the existing tracker" "$work/s
 helper_pid="$(cat "$record/pid")"
 check "the application quits on SIGTERM" stop_app
 check "quitting stops the helper" wait_for 10 bash -c "! kill -0 $helper_pid 2>/dev/null"
+# Helpers running from this prefix (a zombie's command line is empty, so it does not count).
+helpers() { pgrep -cfx "$prefix/libexec/vantrel/vantrel-tracker --config .* run .*" || true; }
+gone() { ! ps -o stat= -p "$1" | grep -qv Z; }
+start_one_helper() {
+    rm -f "$record/pid"
+    start_app "$1"
+    check "the start ($1) launches a helper" wait_for 20 test -e "$record/pid"
+    check "the start ($1) runs exactly one helper" test "$(helpers)" = 1
+}
+ulimit -c 0 # a crash writes no core here
+# From here the helper does not watch its input, which a helper need not: only the kernel's signal
+# can end it with the application.
+sed -i 's/^run.wait-stdin-eof$/run.hang/' "$config"
+for signal in KILL SEGV HUP; do
+    start_one_helper "before-$signal"
+    helper_pid="$(cat "$record/pid" 2>/dev/null || echo 0)"
+    kill -"$signal" "$app_pid"
+    wait "$app_pid" 2>/dev/null || true
+    app_pid=""
+    check "SIG$signal leaves no helper running after 2 s" wait_for 2 gone "$helper_pid"
+done
+start_one_helper after-HUP
+check "the application quits on SIGTERM" stop_app
 check "the key is in no output and no preference" bash -c "! grep -rqa '$key' '$work'/*.out '$work'/*.err '$XDG_CONFIG_HOME'"
 
 finish "application end to end"

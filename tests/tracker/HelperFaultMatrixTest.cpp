@@ -6,7 +6,7 @@
 #include "StatusDocument.h"
 #include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
-#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/ForkExecTrackerProcessRunner.h"
 #include "tracker/TrackerSupervisor.h"
 
 #include <QElapsedTimer>
@@ -94,7 +94,7 @@ protected:
     QTemporaryDir home;
     // A ceiling well above the large report, and far below the production one, so that an
     // endless flood is cut off quickly.
-    PosixSpawnTrackerProcessRunner runner{8 * 1024 * 1024};
+    ForkExecTrackerProcessRunner runner{8 * 1024 * 1024};
     FakeSleeper sleeper; // the back-off is counted, not waited out
     TrackerSupervisor supervisor{runner, sleeper, 4, 100ms};
 

@@ -1,11 +1,12 @@
-#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/ForkExecTrackerProcessRunner.h"
 
 #include "StatusDocument.h"
 #include "support/AsyncTest.h"
-#include "tracker/PosixSpawnTrackerProcessHandle.h"
+#include "tracker/ForkExecTrackerProcessHandle.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QThread>
@@ -13,6 +14,7 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -33,6 +35,11 @@ void writeFile(const QString& path, const QByteArray& content) {
     file.write(content);
 }
 
+int modeOf(const QString& path) {
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 0777) : -1;
+}
+
 // What a status command comes to: the report's tracker version, or the failure's description.
 QCoro::Task<QString> outcomeOf(QCoro::Task<TrackerStatus> task) {
     try {
@@ -45,8 +52,10 @@ QCoro::Task<QString> outcomeOf(QCoro::Task<TrackerStatus> task) {
 // Helper scripts may say HOME for the test's throwaway directory.
 class RunnerTest : public testing::Test {
 protected:
+    static constexpr qint64 logRotationSize = 64 * 1024;
     QTemporaryDir home;
-    PosixSpawnTrackerProcessRunner runner;
+    ForkExecTrackerProcessRunner runner{ForkExecTrackerProcessRunner::defaultStatusOutputCeiling,
+                                        logRotationSize};
     QList<qint32> exits;
     bool exitsOnGuiThread = true;
 
@@ -99,16 +108,42 @@ TEST_F(RunnerTest, TheHelperGetsExactlySixArgumentsAndTheKeyOnlyOnItsStandardInp
     handle->terminate(); // on an ended helper: nothing to do, nothing fails
 }
 
-TEST_F(RunnerTest, ReleasedHelpersEndByThemselvesAndAppendToTheLogsTheyCreate) {
+TEST_F(RunnerTest, ReleasedHelpersEndByThemselvesAndAppendToPrivateBoundedLogs) {
     // Releasing the handle closes standard input; this helper exits when it sees the end.
     script("run.read-key\nrun.stdout out\nrun.stderr err\nrun.wait-stdin-eof\nrun.exit 4\n");
-    start().reset();
-    ASSERT_TRUE(waitForExits(1));
-    start().reset();
-    ASSERT_TRUE(waitForExits(2));
-    EXPECT_EQ(exits, (QList<qint32>{4, 4}));
-    EXPECT_EQ(readFile(path("tracker/stdout.log")), "out\nout\n");
-    EXPECT_EQ(readFile(path("tracker/stderr.log")), "err\nerr\n");
+    const auto launch = [&] {
+        start().reset();
+        return waitForExits(int(exits.size()) + 1);
+    };
+    const QString out = path("tracker/stdout.log");
+    const QString err = path("tracker/stderr.log");
+    for (const mode_t mask : {0000, 0022}) {
+        SCOPED_TRACE(mask);
+        const mode_t previous = ::umask(mask);
+        QDir(path("tracker")).removeRecursively();
+        ASSERT_TRUE(launch());
+        ASSERT_TRUE(launch());
+        EXPECT_EQ(readFile(out), "out\nout\n");
+        EXPECT_EQ(readFile(err), "err\nerr\n");
+        EXPECT_EQ((QList<int>{modeOf(path("tracker")), modeOf(out), modeOf(err)}),
+                  (QList<int>{0700, 0600, 0600}));
+
+        // Loosened by someone else, and the output log past the limit: the next launch makes
+        // them private again and sets the long log aside in place of the older one.
+        writeFile(out + ".1", "oldest");
+        writeFile(out, QByteArray(logRotationSize, 'x') + "\n");
+        ::chmod(QFile::encodeName(path("tracker")).constData(), 0777);
+        ::chmod(QFile::encodeName(out).constData(), 0666);
+        ASSERT_TRUE(launch());
+        ::umask(previous);
+        EXPECT_EQ(readFile(out), "out\n");
+        EXPECT_EQ(readFile(out + ".1").size(), logRotationSize + 1);
+        EXPECT_EQ(readFile(err), "err\nerr\nerr\n");
+        EXPECT_EQ(
+            (QList<int>{modeOf(path("tracker")), modeOf(out), modeOf(out + ".1"), modeOf(err)}),
+            (QList<int>{0700, 0600, 0600, 0600}));
+    }
+    EXPECT_EQ(exits, QList<qint32>(6, 4));
 }
 
 TEST_F(RunnerTest, AHelperKilledByASignalReportsTheSignalNumber) {
@@ -119,19 +154,12 @@ TEST_F(RunnerTest, AHelperKilledByASignalReportsTheSignalNumber) {
     EXPECT_EQ(exits, QList<qint32>{9});
 }
 
-TEST_F(RunnerTest, AHelperThatClosesItsInputAtOnceIsHarmless) {
-    script("run.close-stdin\nrun.exit 5\n");
-    auto handle = start();
-    ASSERT_TRUE(waitForExits(1));
-    EXPECT_EQ(exits, QList<qint32>{5});
-}
-
-TEST(PosixSpawnTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigpipe) {
+TEST(ForkExecTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigpipe) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     ::close(fds[0]);
     const auto previous = std::signal(SIGPIPE, SIG_DFL); // a stray SIGPIPE would end this test
-    EXPECT_FALSE(PosixSpawnTrackerProcessHandle(nullptr, fds[1]).writeInput("key\n"));
+    EXPECT_FALSE(ForkExecTrackerProcessHandle(nullptr, fds[1]).writeInput("key\n"));
     std::signal(SIGPIPE, previous);
 }
 
@@ -160,6 +188,72 @@ TEST_F(RunnerTest, AHelperPathThatIsNoProgramFailsBothCommandsAndLaunchesNothing
     AsyncTest::spin(20ms);
     EXPECT_TRUE(exits.isEmpty());
 }
+
+// An orphan is reaped by whoever adopts it, perhaps late; a zombie has ended all the same.
+bool isAlive(pid_t pid) {
+    const QByteArray stat = readFile("/proc/" + QString::number(pid) + "/stat");
+    return !stat.isEmpty() && stat.mid(stat.lastIndexOf(')') + 2, 1) != "Z";
+}
+
+// The application dies without a word while its helper runs; what the helper does with SIGTERM
+// and with the end of its input decides whether it ends too. One that survives keeps the next
+// start from launching a second helper beside it.
+struct ParentDeath {
+    const char* name;
+    QByteArray script;
+    bool helperEnds;
+};
+
+class RunnerParentDeathTest : public RunnerTest, public testing::WithParamInterface<ParentDeath> {};
+
+TEST_P(RunnerParentDeathTest, LeavesNoHelperOrKeepsTheNextFromStarting) {
+    script(GetParam().script);
+    // The application is a fork of this test (so it shares the fixture) that starts the helper
+    // and is killed once the helper runs.
+    GTEST_FLAG_SET(death_test_style, "fast");
+    EXPECT_EXIT(
+        {
+            auto handle = start();
+            while (!QFile::exists(path("pid"))) {
+                ::usleep(1000);
+            }
+            ::raise(SIGKILL);
+        },
+        testing::KilledBySignal(SIGKILL), "");
+    const pid_t orphan = recordedPid();
+    ASSERT_GT(orphan, 0);
+    QFile::remove(path("pid"));
+    EXPECT_EQ(AsyncTest::waitUntil([&] { return !isAlive(orphan); }, 2s), GetParam().helperEnds);
+
+    if (!GetParam().helperEnds) {
+        try {
+            start();
+            ADD_FAILURE() << "a second helper was started";
+        } catch (const VantrelError& error) {
+            EXPECT_EQ(error.description(),
+                      "A tracker helper left over from an earlier run is still "
+                      "running and holds " +
+                          path("tracker") + "; a second one was not started.");
+        }
+        ::kill(orphan, SIGKILL);
+        ASSERT_TRUE(AsyncTest::waitUntil([&] { return !isAlive(orphan); }));
+    }
+    auto handle = start();
+    const pid_t next = recordedPid();
+    EXPECT_TRUE(isAlive(next));
+    ::kill(next, SIGKILL);
+    EXPECT_TRUE(waitForExits(1));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Helpers, RunnerParentDeathTest,
+    testing::Values(
+        ParentDeath{"endsOnSigterm", "run.record HOME\nrun.hang\n", true},
+        ParentDeath{"ignoresSigtermButEndsWithItsInput",
+                    "run.ignore-term\nrun.read-key\nrun.record HOME\nrun.wait-stdin-eof\n", true},
+        ParentDeath{"ignoresSigtermAndItsInput", "run.ignore-term\nrun.record HOME\nrun.hang\n",
+                    false}),
+    [](const auto& row) { return std::string(row.param.name); });
 
 // In the test's directory: "report", a valid report by tracker "7.1" followed by megabytes of
 // blanks; "flood", megabytes of "x"; "cut", 511 ASCII bytes and "é", which a cut after 512 bytes

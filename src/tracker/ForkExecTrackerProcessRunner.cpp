@@ -1,7 +1,7 @@
-#include "tracker/PosixSpawnTrackerProcessRunner.h"
+#include "tracker/ForkExecTrackerProcessRunner.h"
 
 #include "core/PlatformError.h"
-#include "tracker/PosixSpawnTrackerProcessHandle.h"
+#include "tracker/ForkExecTrackerProcessHandle.h"
 #include "tracker/SpawnedProcess.h"
 #include "tracker/StatusCommandProcess.h"
 #include "tracker/TrackerSupervisorError.h"
@@ -16,9 +16,8 @@
 #include <cerrno>
 #include <exception>
 #include <fcntl.h>
-#include <filesystem>
+#include <sys/file.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -32,7 +31,11 @@ public:
     ~OwnedDescriptor() { reset(); }
     OwnedDescriptor(OwnedDescriptor&& other) noexcept
         : m_fd(other.release()) {}
-    OwnedDescriptor& operator=(OwnedDescriptor&&) = delete;
+    OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept {
+        reset();
+        m_fd = other.release();
+        return *this;
+    }
 
     int get() const { return m_fd; }
     int release() { return std::exchange(m_fd, -1); }
@@ -47,33 +50,73 @@ private:
     int m_fd;
 };
 
-void prepareLogFile(const QString& path) {
-    const QString directory = QFileInfo(path).absolutePath();
-    std::error_code error;
-    std::filesystem::create_directories(std::filesystem::path(QFile::encodeName(directory).data()),
-                                        error);
-    if (error) {
-        throw PlatformError(QStringLiteral("Could not create the directory ") + directory +
-                            QStringLiteral(": ") + QString::fromStdString(error.message()));
-    }
-    const QByteArray encoded = QFile::encodeName(path);
-    struct stat info {};
-    if (::stat(encoded.constData(), &info) == 0) {
-        return;
-    }
-    // Unchecked on purpose: a file that cannot be created cannot be opened either, and opening
-    // it reports why.
-    OwnedDescriptor created(::open(encoded.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+[[noreturn]] void fail(const QString& what, const QString& path, int error = errno) {
+    throw PlatformError::fromErrno(what + path, error);
 }
 
-OwnedDescriptor openForAppending(const QString& path) {
-    OwnedDescriptor fd(
-        ::open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CLOEXEC));
-    if (fd.get() < 0) {
-        throw PlatformError::fromErrno(QStringLiteral("Could not open the log file ") + path,
-                                       errno);
+// Creates what is missing of `directory` as private folders and opens it. The folder itself
+// (the log folder, ours alone) is made private if it was not; existing folders above it are
+// left as they are.
+OwnedDescriptor openPrivateDirectory(const QString& directory) {
+    const QByteArray encoded = QFile::encodeName(directory);
+    for (qsizetype slash = encoded.indexOf('/', 1);; slash = encoded.indexOf('/', slash + 1)) {
+        const QByteArray prefix = slash == -1 ? encoded : encoded.left(slash);
+        if (::mkdir(prefix.constData(), 0700) != 0 && errno != EEXIST) {
+            fail(QStringLiteral("Could not create the directory "), directory);
+        }
+        if (slash == -1) {
+            break;
+        }
+    }
+    OwnedDescriptor fd(::open(encoded.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    struct stat info {};
+    if (fd.get() < 0 || ::fstat(fd.get(), &info) != 0) {
+        fail(QStringLiteral("Could not open the directory "), directory);
+    }
+    if ((info.st_mode & 077) != 0 && ::fchmod(fd.get(), info.st_mode & 0700) != 0) {
+        fail(QStringLiteral("Could not make the directory private: "), directory);
     }
     return fd;
+}
+
+// Opens a log for appending, created private; a log past `rotationSize` first moves to
+// "<log>.1", replacing the one before, so that each log holds at most two generations.
+OwnedDescriptor openLog(const QString& path, qint64 rotationSize) {
+    const QByteArray encoded = QFile::encodeName(path);
+    // Non-blocking so that a FIFO put in the log's place fails rather than hold the GUI thread.
+    const auto open = [&] {
+        OwnedDescriptor fd(::open(encoded.constData(),
+                                  O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+                                  0600));
+        if (fd.get() < 0) {
+            fail(QStringLiteral("Could not open the log file "), path);
+        }
+        return fd;
+    };
+    OwnedDescriptor fd = open();
+    struct stat info {};
+    if (::fstat(fd.get(), &info) != 0) {
+        fail(QStringLiteral("Could not open the log file "), path);
+    }
+    // Before the rotation, so that the older generation is private too.
+    if (S_ISREG(info.st_mode) && (info.st_mode & 077) != 0 && ::fchmod(fd.get(), 0600) != 0) {
+        fail(QStringLiteral("Could not make the log file private: "), path);
+    }
+    if (S_ISREG(info.st_mode) && info.st_size > rotationSize) {
+        if (::rename(encoded.constData(), (encoded + ".1").constData()) != 0) {
+            fail(QStringLiteral("Could not set aside the log file "), path);
+        }
+        fd = open(); // created 0600, which no umask loosens
+    }
+    fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
+    return fd;
+}
+
+bool sameFile(int first, int second) {
+    struct stat a {};
+    struct stat b {};
+    return first >= 0 && second >= 0 && ::fstat(first, &a) == 0 && ::fstat(second, &b) == 0 &&
+           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 // Below this a report decodes in well under a millisecond, on the GUI thread.
@@ -123,17 +166,43 @@ QCoro::Task<TrackerStatus> decodeAwayFromTheGuiThread(QList<QByteArray> chunks) 
 
 } // namespace
 
-PosixSpawnTrackerProcessRunner::PosixSpawnTrackerProcessRunner(qsizetype statusOutputCeiling)
-    : m_statusOutputCeiling(statusOutputCeiling) {}
+ForkExecTrackerProcessRunner::ForkExecTrackerProcessRunner(qsizetype statusOutputCeiling,
+                                                           qint64 logRotationSize)
+    : m_statusOutputCeiling(statusOutputCeiling)
+    , m_logRotationSize(logRotationSize) {}
 
-bool PosixSpawnTrackerProcessRunner::isExecutableFile(const QString& path) {
+ForkExecTrackerProcessRunner::~ForkExecTrackerProcessRunner() {
+    if (m_claim >= 0) {
+        ::close(m_claim);
+    }
+}
+
+void ForkExecTrackerProcessRunner::claimLogDirectory(int directory, const QString& path) {
+    if (sameFile(directory, m_claim)) {
+        return;
+    }
+    if (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK) {
+            throw PlatformError(QStringLiteral("A tracker helper left over from an earlier run is "
+                                               "still running and holds ") +
+                                path + QStringLiteral("; a second one was not started."));
+        }
+        fail(QStringLiteral("Could not lock the directory "), path);
+    }
+    if (m_claim >= 0) {
+        ::close(m_claim);
+    }
+    m_claim = fcntl(directory, F_DUPFD_CLOEXEC, 0);
+}
+
+bool ForkExecTrackerProcessRunner::isExecutableFile(const QString& path) {
     const QByteArray encoded = QFile::encodeName(path);
     struct stat info {};
     return !path.isEmpty() && ::stat(encoded.constData(), &info) == 0 && S_ISREG(info.st_mode) &&
            ::faccessat(AT_FDCWD, encoded.constData(), X_OK, AT_EACCESS) == 0;
 }
 
-QString PosixSpawnTrackerProcessRunner::errorMessage(const QByteArray& standardError) {
+QString ForkExecTrackerProcessRunner::errorMessage(const QByteArray& standardError) {
     // Keep a byte-order mark as a character rather than dropping it: the text is the helper's
     // own bytes.
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
@@ -146,15 +215,19 @@ QString PosixSpawnTrackerProcessRunner::errorMessage(const QByteArray& standardE
 }
 
 std::unique_ptr<TrackerProcessHandling>
-PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configuration,
-                                            ExitHandler onExit) {
+ForkExecTrackerProcessRunner::startHelper(const LaunchConfiguration& configuration,
+                                          ExitHandler onExit) {
     if (!isExecutableFile(configuration.executableURL)) {
         throw TrackerSupervisorError::helperMissing(configuration.executableURL);
     }
-    prepareLogFile(configuration.stdoutURL);
-    prepareLogFile(configuration.stderrURL);
-    OwnedDescriptor output = openForAppending(configuration.stdoutURL);
-    OwnedDescriptor error = openForAppending(configuration.stderrURL);
+    const QString logDirectory = QFileInfo(configuration.stdoutURL).absolutePath();
+    claimLogDirectory(openPrivateDirectory(logDirectory).get(), logDirectory);
+    const QString errorDirectory = QFileInfo(configuration.stderrURL).absolutePath();
+    if (errorDirectory != logDirectory) {
+        openPrivateDirectory(errorDirectory);
+    }
+    OwnedDescriptor output = openLog(configuration.stdoutURL, m_logRotationSize);
+    OwnedDescriptor error = openLog(configuration.stderrURL, m_logRotationSize);
 
     int input[2];
     if (pipe2(input, O_CLOEXEC) != 0) {
@@ -169,8 +242,9 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
     const QStringList arguments{QStringLiteral("--config"),      configuration.configURL,
                                 QStringLiteral("run"),           QStringLiteral("--api-key-stdin"),
                                 QStringLiteral("--device-name"), configuration.deviceName};
-    SpawnedProcess* process = SpawnedProcess::spawn(configuration.executableURL, arguments,
-                                                    {inputRead.get(), output.get(), error.get()});
+    SpawnedProcess* process =
+        SpawnedProcess::spawn(configuration.executableURL, arguments,
+                              {inputRead.get(), output.get(), error.get(), m_claim});
     // From here on only the helper holds the read end and the log files, so a helper that
     // closes its standard input makes the key write fail rather than fill a pipe nobody reads.
     inputRead.reset();
@@ -180,7 +254,7 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
                      [onExit = std::move(onExit)](qint32 status) { onExit(status); });
 
     auto handle =
-        std::make_unique<PosixSpawnTrackerProcessHandle>(QPointer(process), inputWrite.release());
+        std::make_unique<ForkExecTrackerProcessHandle>(QPointer(process), inputWrite.release());
     QByteArray keyLine = configuration.apiKey.toUtf8();
     keyLine.append('\n');
     // A helper that has already closed its standard input simply does not get the key; its
@@ -190,8 +264,8 @@ PosixSpawnTrackerProcessRunner::startHelper(const LaunchConfiguration& configura
     return handle;
 }
 
-QCoro::Task<TrackerStatus> PosixSpawnTrackerProcessRunner::runStatus(QString executableURL,
-                                                                     QString configURL) {
+QCoro::Task<TrackerStatus> ForkExecTrackerProcessRunner::runStatus(QString executableURL,
+                                                                   QString configURL) {
     // Touches nothing of the runner after this: the command may outlive it.
     const qsizetype ceiling = m_statusOutputCeiling;
     if (!isExecutableFile(executableURL)) {

@@ -1,4 +1,4 @@
-#include "tracker/PosixSpawnTrackerProcessHandle.h"
+#include "tracker/ForkExecTrackerProcessHandle.h"
 
 #include "tracker/SpawnedProcess.h"
 
@@ -8,29 +8,29 @@
 #include <pthread.h>
 #include <unistd.h>
 
-PosixSpawnTrackerProcessHandle::PosixSpawnTrackerProcessHandle(QPointer<SpawnedProcess> process,
-                                                               int inputDescriptor)
+ForkExecTrackerProcessHandle::ForkExecTrackerProcessHandle(QPointer<SpawnedProcess> process,
+                                                           int inputDescriptor)
     : m_process(std::move(process))
     , m_inputDescriptor(inputDescriptor) {}
 
-PosixSpawnTrackerProcessHandle::~PosixSpawnTrackerProcessHandle() {
+ForkExecTrackerProcessHandle::~ForkExecTrackerProcessHandle() {
     // Releasing a handle closes the helper's standard input and nothing more: the process object
     // reaps the helper and reports its exit on its own.
     closeInput();
 }
 
-bool PosixSpawnTrackerProcessHandle::isRunning() const {
+bool ForkExecTrackerProcessHandle::isRunning() const {
     return m_process && m_process->isRunning();
 }
 
-void PosixSpawnTrackerProcessHandle::terminate() {
+void ForkExecTrackerProcessHandle::terminate() {
     closeInput();
     if (isRunning()) {
         m_process->sendSignal(SIGTERM);
     }
 }
 
-bool PosixSpawnTrackerProcessHandle::writeInput(const QByteArray& bytes) {
+bool ForkExecTrackerProcessHandle::writeInput(const QByteArray& bytes) {
     if (m_inputDescriptor < 0) {
         return false;
     }
@@ -60,7 +60,7 @@ bool PosixSpawnTrackerProcessHandle::writeInput(const QByteArray& bytes) {
     return written == bytes.size();
 }
 
-void PosixSpawnTrackerProcessHandle::closeInput() {
+void ForkExecTrackerProcessHandle::closeInput() {
     if (m_inputDescriptor >= 0) {
         ::close(m_inputDescriptor);
         m_inputDescriptor = -1;

@@ -6,17 +6,17 @@
 #include <QByteArray>
 #include <QPointer>
 
-// A helper started by PosixSpawnTrackerProcessRunner: its process and the write end of its
+// A helper started by ForkExecTrackerProcessRunner: its process and the write end of its
 // standard-input pipe. The log files need no handle of ours: the helper holds its own
 // descriptors, opened for appending.
-class PosixSpawnTrackerProcessHandle : public TrackerProcessHandling {
+class ForkExecTrackerProcessHandle : public TrackerProcessHandling {
 public:
     // Takes ownership of `inputDescriptor`, the write end of the helper's standard input.
-    PosixSpawnTrackerProcessHandle(QPointer<SpawnedProcess> process, int inputDescriptor);
-    ~PosixSpawnTrackerProcessHandle() override;
+    ForkExecTrackerProcessHandle(QPointer<SpawnedProcess> process, int inputDescriptor);
+    ~ForkExecTrackerProcessHandle() override;
 
-    PosixSpawnTrackerProcessHandle(const PosixSpawnTrackerProcessHandle&) = delete;
-    PosixSpawnTrackerProcessHandle& operator=(const PosixSpawnTrackerProcessHandle&) = delete;
+    ForkExecTrackerProcessHandle(const ForkExecTrackerProcessHandle&) = delete;
+    ForkExecTrackerProcessHandle& operator=(const ForkExecTrackerProcessHandle&) = delete;
 
     bool isRunning() const override;
     void terminate() override;
