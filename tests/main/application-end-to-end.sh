@@ -8,8 +8,8 @@
 # appears, the status is read, no helper runs. Second start, with the key an older installation
 # left in the configuration file: the key moves into the keyring, the file keeps it blanked, and
 # the helper is launched with the key on its standard input, nowhere else. Then, for each way of
-# dying without a chance to clean up, the helper goes with the application and the next start runs
-# exactly one.
+# dying without a chance to clean up and for each signal a session ends it with, the helper goes with
+# the application and the next start runs exactly one.
 set -euo pipefail
 
 app="$1" helper="$2" launchctl="$3"
@@ -48,7 +48,8 @@ write_helper_script() {
     printf '%s\n' run.read-key "run.record $record" run.wait-stdin-eof \
         "status.stdout-file $work/status.json" "$1" >"$config"
 }
-start_app() { "$prefix/bin/vantrel" >"$work/$1.out" 2>"$work/$1.err" & app_pid=$!; }
+# Started with core files allowed, so the core check below sees the limit the application sets.
+start_app() { (ulimit -S -c unlimited 2>/dev/null || true; exec "$prefix/bin/vantrel") >"$work/$1.out" 2>"$work/$1.err" & app_pid=$!; }
 
 stop_app() {
     kill -TERM "$app_pid"
@@ -88,6 +89,8 @@ check "the key moved into the keyring" test "$(secret-tool lookup service com.ke
 check "the configuration file keeps the key blanked" grep -qx 'api_key = ""' "$config"
 check "the status line reports tracking" wait_for 20 grep -q "Vantrel: Tracking" "$work/second.out"
 check "the import is announced" grep -q "Imported the existing tracker" "$work/second.out"
+check "a crash would write no core file, whatever the limit it was started with" \
+    grep -Eq '^Max core file size +0 +0 ' "/proc/$app_pid/limits"
 helper_pid="$(cat "$record/pid")"
 check "the application quits on SIGTERM" stop_app
 check "quitting stops the helper" wait_for 10 bash -c "! kill -0 $helper_pid 2>/dev/null"
@@ -104,15 +107,20 @@ ulimit -c 0 # a crash writes no core here
 # From here the helper does not watch its input, which a helper need not: only the kernel's signal
 # can end it with the application.
 sed -i 's/^run.wait-stdin-eof$/run.hang/' "$config"
-for signal in KILL SEGV HUP; do
+# Dying without a chance to clean up, then the three ways a session asks it to end.
+for signal in KILL SEGV TERM HUP QUIT; do
     start_one_helper "before-$signal"
     helper_pid="$(cat "$record/pid" 2>/dev/null || echo 0)"
     kill -"$signal" "$app_pid"
-    wait "$app_pid" 2>/dev/null || true
+    status=0
+    wait "$app_pid" 2>/dev/null || status=$?
     app_pid=""
+    case "$signal" in
+    TERM | HUP | QUIT) check "SIG$signal ends the application as Quit does" test "$status" = 0 ;;
+    esac
     check "SIG$signal leaves no helper running after 2 s" wait_for 2 gone "$helper_pid"
 done
-start_one_helper after-HUP
+start_one_helper after-QUIT
 check "the application quits on SIGTERM" stop_app
 check "the key is in no output and no preference" bash -c "! grep -rqa '$key' '$work'/*.out '$work'/*.err '$XDG_CONFIG_HOME'"
 
