@@ -14,8 +14,6 @@
 #include <QLoggingCategory>
 #include <QtEndian>
 
-#include <atomic>
-
 Q_LOGGING_CATEGORY(lcStatusNotifierItem, "vantrel.tray", QtInfoMsg)
 
 namespace {
@@ -95,7 +93,8 @@ StatusNotifierItem::StatusNotifierItem(TrayIconPresenter& icon, TrayMenuPresente
     , m_icon(icon)
     , m_handlers(std::move(handlers))
     , m_connectionName([] {
-        static std::atomic_int counter = 0;
+        // Each item its own connection: closing it is how the host learns the item is gone.
+        static int counter = 0;
         return QStringLiteral("vantrel-status-notifier-item-%1").arg(++counter);
     }())
     , m_connection(QDBusConnection::connectToBus(QDBusConnection::SessionBus, m_connectionName)) {
