@@ -9,10 +9,14 @@
 #include "ui/QApplicationController.h"
 #include "ui/QTimerTicker.h"
 #include "ui/SettingsWindow.h"
+#include "ui/StatusNotifierItem.h"
 #include "ui/StatusNotifierTrayHostWatcher.h"
 #include "ui/TrayIconPresenter.h"
 #include "ui/TrayMenu.h"
+#include "ui/TrayMenuPresenter.h"
 #include "ui/TrayPresence.h"
+#include "ui/XEmbedTrayHostWatcher.h"
+#include "ui/XEmbedTrayIcon.h"
 
 #include <QDBusConnection>
 
@@ -51,9 +55,27 @@ DesktopScenes::DesktopScenes(AppState& appState, QApplicationController& applica
         QObject::connect(content, &QObject::destroyed, &trimmer, &HeapTrimmer::schedule);
         return content;
     });
-    m_menu = std::make_unique<TrayMenu>(*m_presenter);
-    m_trayHost = std::make_unique<StatusNotifierTrayHostWatcher>(QDBusConnection::sessionBus());
-    m_presence = std::make_unique<TrayPresence>(*m_trayHost, *m_trayPresenter, *m_menu, *m_panel);
+    m_menuPresenter = std::make_unique<TrayMenuPresenter>(
+        *m_presenter, [] { return std::make_unique<QTimerTicker>(); });
+    m_menu = std::make_unique<TrayMenu>(*m_menuPresenter);
+    m_statusNotifierHost =
+        std::make_unique<StatusNotifierTrayHostWatcher>(QDBusConnection::sessionBus());
+    m_xembedHost = std::make_unique<XEmbedTrayHostWatcher>();
+    m_presence = std::make_unique<TrayPresence>(
+        *m_statusNotifierHost, *m_xembedHost, *m_panel,
+        [this](TrayPresence::Host host) -> std::unique_ptr<QObject> {
+            if (host == TrayPresence::Host::statusNotifier) {
+                return std::make_unique<StatusNotifierItem>(
+                    *m_trayPresenter, *m_menuPresenter,
+                    StatusNotifierItem::Handlers{
+                        .activate = [this](QPoint at) { m_presence->toggleAt(at); },
+                        .showMenu = [this](QPoint at) { m_menu->popup(at); },
+                    });
+            }
+            return std::make_unique<XEmbedTrayIcon>(
+                *m_trayPresenter, *m_menu,
+                [this](const QRect& anchor) { m_presence->toggleBeside(anchor); });
+        });
 }
 
 DesktopScenes::~DesktopScenes() {

@@ -16,6 +16,7 @@ class SettingsPresenter;
 class TrayHostWatching;
 class TrayIconPresenter;
 class TrayMenu;
+class TrayMenuPresenter;
 class TrayPresence;
 
 // Everything the user sees, built once over the one AppState: the tray icon and its panel (or the
@@ -40,7 +41,9 @@ private:
     std::unique_ptr<MenuBarPresenter> m_presenter;
     std::unique_ptr<TrayIconPresenter> m_trayPresenter;
     std::unique_ptr<PanelWindow> m_panel;
+    std::unique_ptr<TrayMenuPresenter> m_menuPresenter;
     std::unique_ptr<TrayMenu> m_menu;
-    std::unique_ptr<TrayHostWatching> m_trayHost;
+    std::unique_ptr<TrayHostWatching> m_statusNotifierHost;
+    std::unique_ptr<TrayHostWatching> m_xembedHost;
     std::unique_ptr<TrayPresence> m_presence;
 };

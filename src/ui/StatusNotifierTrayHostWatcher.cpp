@@ -1,30 +1,27 @@
 #include "ui/StatusNotifierTrayHostWatcher.h"
 
 #include <QDBusConnectionInterface>
-#include <QGuiApplication>
-#include <QSystemTrayIcon>
 
 StatusNotifierTrayHostWatcher::StatusNotifierTrayHostWatcher(QDBusConnection bus, QObject* parent)
     : TrayHostWatching(parent)
-    , m_watcher(QLatin1String(watcherService), bus,
-                QDBusServiceWatcher::WatchForRegistration |
-                    QDBusServiceWatcher::WatchForUnregistration) {
-    const QString service = QLatin1String(watcherService);
-    const bool hasWatcher = bus.isConnected() && bus.interface() &&
-                            bus.interface()->isServiceRegistered(service).value();
-    if (!hasWatcher && QGuiApplication::platformName() == QLatin1String("xcb")) {
-        m_xembed = QSystemTrayIcon::isSystemTrayAvailable();
-    }
-    m_available = hasWatcher || m_xembed;
-    connect(&m_watcher, &QDBusServiceWatcher::serviceRegistered, this,
-            [this] { setAvailable(true); });
-    connect(&m_watcher, &QDBusServiceWatcher::serviceUnregistered, this,
-            [this] { setAvailable(m_xembed); });
+    , m_watcher(QLatin1String(watcherService), bus, QDBusServiceWatcher::WatchForOwnerChange) {
+    // Never QSystemTrayIcon::isSystemTrayAvailable(): Qt would keep its first answer for good.
+    m_available = bus.isConnected() && bus.interface() &&
+                  bus.interface()->isServiceRegistered(QLatin1String(watcherService)).value();
+    connect(&m_watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString&, const QString& oldOwner, const QString& newOwner) {
+                onOwnerChanged(oldOwner, newOwner);
+            });
 }
 
-void StatusNotifierTrayHostWatcher::setAvailable(bool available) {
-    if (m_available != available) {
-        m_available = available;
-        Q_EMIT availabilityChanged(available);
+void StatusNotifierTrayHostWatcher::onOwnerChanged(const QString& oldOwner,
+                                                   const QString& newOwner) {
+    if (m_available && !oldOwner.isEmpty()) {
+        m_available = false;
+        Q_EMIT availabilityChanged(false);
+    }
+    if (!newOwner.isEmpty()) {
+        m_available = true;
+        Q_EMIT availabilityChanged(true);
     }
 }

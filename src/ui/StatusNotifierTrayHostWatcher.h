@@ -5,12 +5,9 @@
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>
 
-// A tray exists while a StatusNotifierWatcher is on the session bus, or, on X11 without one, when
-// Qt finds an XEmbed tray at start-up.
-//
-// Qt decides once per process whether a D-Bus tray exists, so it is asked only when the watcher
-// is already on the bus or when there is no session bus to watch; the watcher's arrival and
-// departure are followed here instead.
+// A StatusNotifierItem tray exists while a StatusNotifierWatcher owns its name on the session
+// bus. A watcher that hands the name straight to a new process is a restart: it is reported as
+// gone and back, so the item registers anew with the new owner.
 class StatusNotifierTrayHostWatcher : public TrayHostWatching {
     Q_OBJECT
 public:
@@ -21,9 +18,8 @@ public:
     bool isAvailable() const override { return m_available; }
 
 private:
-    void setAvailable(bool available);
+    void onOwnerChanged(const QString& oldOwner, const QString& newOwner);
 
     QDBusServiceWatcher m_watcher;
-    bool m_xembed = false;
     bool m_available = false;
 };

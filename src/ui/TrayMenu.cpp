@@ -1,27 +1,29 @@
 #include "ui/TrayMenu.h"
 
-#include "ui/MenuBarPresenter.h"
+#include "ui/TrayMenuPresenter.h"
 
-TrayMenu::TrayMenu(MenuBarPresenter& presenter, QWidget* parent)
+TrayMenu::TrayMenu(TrayMenuPresenter& presenter, QWidget* parent)
     : QMenu(parent)
     , m_presenter(presenter) {
-    m_open = addAction(QStringLiteral("Open Vantrel"), this, &TrayMenu::openRequested);
-    addSeparator();
-    m_settings =
-        addAction(QStringLiteral("Settings…"), &m_presenter, &MenuBarPresenter::openSettings);
-    m_diagnostics =
-        addAction(QStringLiteral("Diagnostics…"), &m_presenter, &MenuBarPresenter::openDiagnostics);
-    m_signIn = addAction(QStringLiteral("Sign In"), &m_presenter, &MenuBarPresenter::signIn);
-    m_signOut = addAction(QStringLiteral("Sign Out"), &m_presenter, &MenuBarPresenter::signOut);
-    addSeparator();
-    m_quit = addAction(QStringLiteral("Quit Vantrel"), &m_presenter, &MenuBarPresenter::quit);
-    connect(&m_presenter, &MenuBarPresenter::changed, this, &TrayMenu::update);
-    update();
+    connect(&m_presenter, &TrayMenuPresenter::changed, this, &TrayMenu::render);
+    render();
 }
 
-void TrayMenu::update() {
-    // Signing in is offered exactly where the panel offers it as its primary action.
-    m_signIn->setVisible(m_presenter.primaryGroup() == MenuBarPresenter::PrimaryGroup::signIn);
-    m_signIn->setText(m_presenter.signInTitle());
-    m_signOut->setVisible(m_presenter.showsSignOut());
+void TrayMenu::render() {
+    for (QAction* action : actions()) {
+        removeAction(action);
+    }
+    for (const TrayMenuPresenter::Entry& entry : m_presenter.entries()) {
+        QAction*& action = m_actions[entry.key];
+        if (!action) {
+            action = new QAction(this);
+            const QString key = entry.key;
+            connect(action, &QAction::triggered, this, [this, key] { m_presenter.trigger(key); });
+        }
+        action->setSeparator(entry.kind == TrayMenuPresenter::Kind::separator);
+        // An ampersand in a status message is text, not a mnemonic.
+        action->setText(QString(entry.label).replace(QLatin1Char('&'), QLatin1String("&&")));
+        action->setEnabled(entry.kind == TrayMenuPresenter::Kind::action);
+        addAction(action);
+    }
 }

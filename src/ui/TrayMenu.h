@@ -1,31 +1,21 @@
 #pragma once
 
+#include <QHash>
 #include <QMenu>
 
-class MenuBarPresenter;
+class TrayMenuPresenter;
 
-// The tray icon's context menu: "Open Vantrel", then the panel's actions. On GNOME a left click on
-// the icon opens this menu and never activates the icon, so everything must be reachable here.
-// The menu is built once and only its actions change: hosts that show an exported menu have
-// crashed clients that replaced it.
+// The tray menu as a widget, for the XEmbed icon and for hosts that ask the item to show its own
+// menu. Each entry keeps one action for its life; a change of state only reorders, retitles and
+// shows or hides them, so an open menu stays the same menu.
 class TrayMenu : public QMenu {
     Q_OBJECT
 public:
-    TrayMenu(MenuBarPresenter& presenter, QWidget* parent = nullptr);
-
-    QAction* openAction() const { return m_open; }
-
-Q_SIGNALS:
-    void openRequested();
+    explicit TrayMenu(TrayMenuPresenter& presenter, QWidget* parent = nullptr);
 
 private:
-    void update();
+    void render();
 
-    MenuBarPresenter& m_presenter;
-    QAction* m_open;
-    QAction* m_settings;
-    QAction* m_diagnostics;
-    QAction* m_signIn;
-    QAction* m_signOut;
-    QAction* m_quit;
+    TrayMenuPresenter& m_presenter;
+    QHash<QString, QAction*> m_actions;
 };

@@ -1,35 +1,45 @@
 #pragma once
 
 #include <QObject>
+#include <QPoint>
 
+#include <functional>
 #include <memory>
 
 class PanelWindow;
 class TrayHostWatching;
-class TrayIcon;
-class TrayIconPresenter;
-class TrayMenu;
 
-// Keeps the tray icon in step with the session's tray: the icon exists only while there is a
-// tray; without one the panel becomes an ordinary window and is shown, so the application is
-// never left without a way in.
+// Keeps the application reachable whatever the session's trays do: an icon in a
+// StatusNotifierItem tray where there is one (it takes the click position and the whole menu),
+// else in an XEmbed tray, else no icon and the panel as an ordinary window, shown. Trays may come,
+// go and restart at any moment and in any order; each change is followed at once, and there is
+// never a moment with neither an icon nor the window.
 class TrayPresence : public QObject {
     Q_OBJECT
 public:
-    TrayPresence(TrayHostWatching& host, TrayIconPresenter& presenter, TrayMenu& menu,
-                 PanelWindow& panel, QObject* parent = nullptr);
+    enum class Host { none, statusNotifier, xembed };
+    // Makes our icon for that kind of tray; the presence keeps it while that tray is in use.
+    using IconFactory = std::function<std::unique_ptr<QObject>(Host)>;
+
+    TrayPresence(TrayHostWatching& statusNotifier, TrayHostWatching& xembed, PanelWindow& panel,
+                 IconFactory makeIcon, QObject* parent = nullptr);
     ~TrayPresence() override;
 
-    bool hasTrayIcon() const { return m_icon != nullptr; }
+    Host host() const { return m_host; }
     // Activation from outside (a second start, the desktop's launcher): the panel beside the
     // cursor with a tray, else the window.
     void activate();
+    // A click on the icon, at a point the host reported or the icon's place on the screen.
+    void toggleAt(QPoint position);
+    void toggleBeside(const QRect& anchor);
 
 private:
-    void follow(bool available);
+    void follow();
 
-    TrayIconPresenter& m_presenter;
-    TrayMenu& m_menu;
+    TrayHostWatching& m_statusNotifier;
+    TrayHostWatching& m_xembed;
     PanelWindow& m_panel;
-    std::unique_ptr<TrayIcon> m_icon;
+    IconFactory m_makeIcon;
+    Host m_host = Host::none;
+    std::unique_ptr<QObject> m_icon;
 };

@@ -35,6 +35,22 @@ def wait_for(predicate, timeout=TIMEOUT):
     return None
 
 
+def start_app(binary, home, *arguments, log=None):
+    """The application in a throwaway home, on X11, without start-up (no keyring, no helper; the
+    views still show the state), its tray decisions logged."""
+    env = dict(os.environ)
+    env.update({
+        "HOME": home,
+        "XDG_CONFIG_HOME": os.path.join(home, ".config"),
+        "XDG_DATA_HOME": os.path.join(home, ".local/share"),
+        "QT_QPA_PLATFORM": "xcb",
+        "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
+        "QT_LOGGING_RULES": "vantrel.tray.debug=true",
+        "XCTestConfigurationFilePath": "",
+    })
+    return subprocess.Popen([binary, *arguments], env=env, stderr=log)
+
+
 def app_accessible():
     desktop = pyatspi.Registry.getDesktop(0)
     for index in range(desktop.childCount):
@@ -106,7 +122,7 @@ def menu_entries(bus, item):
     properties = dbus.Interface(bus.get_object(name, "/" + path), dbus.PROPERTIES_IFACE)
     menu_path = properties.Get("org.kde.StatusNotifierItem", "Menu")
     menu = dbus.Interface(bus.get_object(name, menu_path), "com.canonical.dbusmenu")
-    _, layout = menu.GetLayout(0, -1, [])
+    _, layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"))
     entries = {}
     for child in layout[2]:
         identifier, props, _ = child

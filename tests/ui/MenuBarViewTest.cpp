@@ -9,6 +9,7 @@
 #include "ui/PanelWindow.h"
 #include "ui/SettingsWindow.h"
 #include "ui/TrayMenu.h"
+#include "ui/TrayMenuPresenter.h"
 
 #include <QAbstractButton>
 #include <QLabel>
@@ -251,7 +252,8 @@ TEST_P(PanelAction, clickInThePanelCallsItsOperation) {
 TEST_P(PanelAction, trayMenuEntryCallsTheSameOperation) {
     PanelFixture fixture;
     GetParam().arrange(fixture);
-    TrayMenu menu(*fixture.presenter);
+    TrayMenuPresenter entries(*fixture.presenter, [] { return std::make_unique<FakeTicker>(); });
+    TrayMenu menu(entries);
     QAction* entry = nullptr;
     for (QAction* action : menu.actions()) {
         if (action->text() == GetParam().control && action->isVisible()) {
@@ -311,28 +313,6 @@ INSTANTIATE_TEST_SUITE_P(
                              f.harness.supervisor.stops == QList<bool>{true};
                   }}),
     rowName);
-
-TEST(TrayMenu, opensThePanelFirstAndOffersSignInOrSignOutAsTheStateAllows) {
-    PanelFixture fixture;
-    TrayMenu menu(*fixture.presenter);
-    const auto visibleEntries = [&menu] {
-        QStringList texts;
-        for (const QAction* action : menu.actions()) {
-            if (action->isVisible() && !action->isSeparator()) {
-                texts.append(action->text());
-            }
-        }
-        return texts;
-    };
-    EXPECT_EQ(visibleEntries(), QStringList({"Open Vantrel", "Settings…", "Diagnostics…", "Sign In",
-                                             "Quit Vantrel"}));
-    fixture.signIn();
-    EXPECT_EQ(visibleEntries(), QStringList({"Open Vantrel", "Settings…", "Diagnostics…",
-                                             "Sign Out", "Quit Vantrel"}));
-    QSignalSpy opened(&menu, &TrayMenu::openRequested);
-    menu.openAction()->trigger();
-    EXPECT_EQ(opened.size(), 1);
-}
 
 // Placement beside the anchor on a 1920×1080 screen whose panel takes 32 px at one edge.
 struct PlacementRow {

@@ -1,0 +1,97 @@
+#include "ui/TrayMenuPresenter.h"
+
+#include "PanelTestSupport.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Disabled lines in brackets, separators as "-".
+QStringList shown(const TrayMenuPresenter& menu) {
+    QStringList result;
+    for (const auto& entry : menu.entries()) {
+        using Kind = TrayMenuPresenter::Kind;
+        result.append(entry.kind == Kind::separator ? QString("-")
+                      : entry.kind == Kind::text    ? "[" + entry.label + "]"
+                                                    : entry.label);
+    }
+    return result;
+}
+
+struct MenuFixture : PanelFixture {
+    FakeTicker* menuTicker = nullptr;
+    TrayMenuPresenter menu{*presenter, [this] {
+                               auto ticker = std::make_unique<FakeTicker>();
+                               menuTicker = ticker.get();
+                               return ticker;
+                           }};
+};
+
+struct MenuRow {
+    const char* name;
+    std::function<void(PanelFixture&)> arrange;
+    QStringList entries;
+};
+
+class TrayMenuState : public ::testing::TestWithParam<MenuRow> {};
+
+TEST_P(TrayMenuState, carriesTheStateAndEveryActionOfThePanel) {
+    MenuFixture fixture;
+    GetParam().arrange(fixture);
+    EXPECT_EQ(shown(fixture.menu), GetParam().entries);
+}
+
+const QStringList actions{"-", "Settings…", "Diagnostics…", "Sign Out", "-", "Quit Vantrel"};
+
+INSTANTIATE_TEST_SUITE_P(
+    States, TrayMenuState,
+    ::testing::Values(
+        MenuRow{"signedOut",
+                [](PanelFixture&) {},
+                {"[Sign in required]", "-", "Sign In", "-", "Settings…", "Diagnostics…", "-",
+                 "Quit Vantrel"}},
+        MenuRow{
+            "keyRejected",
+            [](PanelFixture& f) {
+                f.signIn();
+                f.harness.supervisor.setHelperRunning(true);
+                f.reportStatus([](TrackerStatus& s) { s.lastUploadErrorKind = "unauthorized"; });
+            },
+            QStringList{"[Action required]", "[The API key was rejected.]", "-", "Sign In Again"} +
+                actions},
+        MenuRow{"crashLocked",
+                [](PanelFixture& f) {
+                    f.signIn();
+                    f.harness.supervisor.setCrashLocked(true);
+                },
+                QStringList{"[Action required]", "[Tracker stopped after repeated crashes.]", "-",
+                            "Open Dashboard", "Retry Tracker"} +
+                    actions},
+        MenuRow{"signingInWithACode", [](PanelFixture& f) { f.beginSignInWithCode(); },
+                QStringList{"[Connecting]", "[Confirmation code: WDJB-MJHT]", "[Expires in 15:00]",
+                            "-", "Open Approval Page", "Cancel Sign In"} +
+                    actions}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(TrayMenu, keepsTheCountdownCurrentAndPerformsOnlyWhatItOffers) {
+    MenuFixture fixture;
+    fixture.menu.trigger("open-dashboard"); // not offered while signed out
+    EXPECT_TRUE(fixture.harness.workspace.opened.isEmpty());
+    EXPECT_FALSE(fixture.menuTicker->active);
+
+    fixture.beginSignInWithCode();
+    EXPECT_TRUE(fixture.menuTicker->active);
+    int changes = 0;
+    QObject::connect(&fixture.menu, &TrayMenuPresenter::changed, [&changes] { ++changes; });
+    fixture.now = fixture.now.addSecs(2);
+    fixture.menuTicker->fire();
+    EXPECT_EQ(changes, 1);
+    EXPECT_TRUE(shown(fixture.menu).contains("[Expires in 14:58]"));
+
+    fixture.menu.trigger("cancel-sign-in");
+    AsyncTest::waitUntil([&] { return !fixture.state->deviceAuthorizationCode(); });
+    EXPECT_FALSE(fixture.menuTicker->active);
+    EXPECT_TRUE(shown(fixture.menu).contains("Sign In"));
+}
+
+} // namespace
