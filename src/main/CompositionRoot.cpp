@@ -7,6 +7,7 @@
 #include "api/TodaySummaryPoller.h"
 #include "app/AppState.h"
 #include "main/FirstRequestPreparedNetworkAccessManager.h"
+#include "system/DBusSecretServiceAwaiter.h"
 #include "system/HostnamedHostNamer.h"
 #include "system/InstallLayout.h"
 #include "system/LegacyTrackerMigration.h"
@@ -35,6 +36,7 @@ struct CompositionRoot::Collaborators {
     InstallLayout installation{QCoreApplication::applicationDirPath()};
     SecretServiceCredentialStore credentialStore{QLatin1String(credentialService),
                                                  QLatin1String(credentialAccount)};
+    DBusSecretServiceAwaiter secretService{QDBusConnection::sessionBus()};
     PosixSpawnTrackerProcessRunner processRunner;
     TaskSleepScheduler supervisorSleeper;
     TrackerSupervisor supervisor{processRunner, supervisorSleeper, maximumRestartAttempts};
@@ -84,6 +86,7 @@ AppState& CompositionRoot::makeAppState(bool startAutomatically) {
         AppStateCollaborators{
             .paths = c.paths,
             .credentialStore = &c.credentialStore,
+            .secretService = &c.secretService,
             .supervisor = &c.supervisor,
             .loginItemManager = &c.loginItems,
             .migration = &c.migration,
