@@ -53,15 +53,20 @@ QIcon drawnIcon() {
 #ifdef FOOTPRINT_WITH_SERVICES
 // Reads the key and keeps fetching; a failure is printed, since a baseline that silently skipped
 // its TLS handshake would measure less than it claims.
-void startServices(QApplication& app, const QUrl& url) {
-    SecretServiceCredentialStore store("com.keldor.vantrel", "tracker-api-key");
+QCoro::Task<void> readKey(CredentialStoring& store) {
     try {
-        if (!store.loadAPIKey()) {
+        if (!co_await store.loadAPIKey(CancellationToken())) {
             std::fprintf(stderr, "footprint_services_tray: no API key in the secret store\n");
         }
     } catch (const std::exception& error) {
         std::fprintf(stderr, "footprint_services_tray: %s\n", error.what());
     }
+}
+
+void startServices(QApplication& app, const QUrl& url) {
+    // Kept for the whole run, as the application keeps its store.
+    static SecretServiceCredentialStore store("com.keldor.vantrel", "tracker-api-key");
+    readKey(store);
     EnvironmentCertificateTrust::install(QProcessEnvironment::systemEnvironment());
     auto* manager = new QNetworkAccessManager(&app);
     const auto fetch = [manager, url] {

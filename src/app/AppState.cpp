@@ -11,6 +11,7 @@
 #include "system/InstallationDescribing.h"
 #include "system/LegacyTrackerMigrating.h"
 #include "system/LoginItemManaging.h"
+#include "system/SecretServiceAwaiting.h"
 #include "system/TrackerConfigWriting.h"
 #include "tracker/TrackerSupervising.h"
 #include "tracker/TrackerSupervisorError.h"
@@ -103,6 +104,13 @@ QCoro::Task<void> AppState::start() {
     // Collaborators resume this coroutine later; the object may be gone by then.
     const QPointer<AppState> self(this);
 
+    // At login the keyring may come up after us; a key read before it is there would end
+    // start-up with the unreachable message although the key is stored.
+    co_await m_c.secretService->awaitSecretService();
+    if (!self) {
+        co_return;
+    }
+
     LegacyMigrationResult migration;
     try {
         migration = co_await m_c.migration->migrateIfNeeded();
@@ -136,10 +144,20 @@ QCoro::Task<void> AppState::start() {
 
     std::optional<QString> key;
     try {
-        setHasCredential(m_c.credentialStore->loadAPIKey().has_value());
-        key = m_c.credentialStore->loadAPIKey();
+        const bool found =
+            (co_await m_c.credentialStore->loadAPIKey(CancellationToken())).has_value();
+        if (!self) {
+            co_return;
+        }
+        setHasCredential(found);
+        key = co_await m_c.credentialStore->loadAPIKey(CancellationToken());
     } catch (...) {
-        failStartup(VantrelError::describe(std::current_exception()));
+        if (self) {
+            failStartup(VantrelError::describe(std::current_exception()));
+        }
+        co_return;
+    }
+    if (!self) {
         co_return;
     }
     if (key) {
@@ -243,31 +261,44 @@ void AppState::applyLaunchAtLogin(bool enabled) {
     m_c.defaults->setBoolean(launchAtLoginInitializedKey, true);
 }
 
-void AppState::signOut() {
+QCoro::Task<void> AppState::signOut() {
+    const QPointer<AppState> self(this);
     cancelDeviceAuthorization();
 
     std::optional<QString> key;
     try {
-        key = m_c.credentialStore->loadAPIKey();
+        key = co_await m_c.credentialStore->loadAPIKey(CancellationToken());
     } catch (const VantrelError&) {
         // Without a readable key there is nothing to revoke; the delete below still runs.
     }
+    if (!self) {
+        co_return;
+    }
     const std::optional<QUrl> revokeURL = parsedURL(m_serverURL);
+    const QString revokeServerURL = m_serverURL;
+    DeviceAuthorizing* const authorizer = m_c.deviceAuthorizer;
 
     m_c.supervisor->stop(true);
     m_c.todaySummaryPoller->stop();
     setTodaySummary(std::nullopt);
 
+    std::exception_ptr failure;
     try {
-        m_c.credentialStore->deleteAPIKey();
+        co_await m_c.credentialStore->deleteAPIKey(CancellationToken());
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (key && revokeURL) {
+        revokeIgnoringFailure(authorizer, revokeServerURL, *key);
+    }
+    if (!self) {
+        co_return;
+    }
+    if (failure) {
+        setPresentedError(VantrelError::describe(failure));
+    } else {
         setHasCredential(false);
         setPresentedError(std::nullopt);
-    } catch (...) {
-        setPresentedError(VantrelError::describe(std::current_exception()));
-    }
-
-    if (key && revokeURL) {
-        revokeIgnoringFailure(m_c.deviceAuthorizer, m_serverURL, *key);
     }
 }
 

@@ -76,7 +76,9 @@ public:
     // Start-up: import, server URL, status, credential, tracker, launch at login. Runs once; a
     // second call returns at once, also while the first is suspended.
     QCoro::Task<void> start();
-    void signOut();
+    // Stops tracking, forgets the key and revokes it on the service. The store answers later;
+    // callers need not await it.
+    QCoro::Task<void> signOut();
     void quit();
     void openSettings();
     void showSettings();
@@ -101,7 +103,7 @@ public:
 
     // Settings: validates, replaces the key when one was typed, persists, restarts or stops
     // tracking, applies launch at login. Throws the first failure.
-    void saveSettings(const QString& serverURL, const QString& apiKey, bool launchAtLogin);
+    QCoro::Task<void> saveSettings(QString serverURL, QString apiKey, bool launchAtLogin);
 
     // Status line and diagnostics.
     TrackerHealth health() const;
@@ -132,7 +134,7 @@ private:
     startDeviceAuthorizationSession(CancellationToken token);
     QCoro::Task<void> pollDeviceAuthorization(QString serverURL, DeviceAuthorizationSession session,
                                               CancellationToken token);
-    void completeDeviceAuthorization(const QString& apiKey);
+    QCoro::Task<void> completeDeviceAuthorization(QString apiKey, CancellationToken token);
     void clearDeviceAuthorizationFields();
 
     // Ends the start-up sequence with `message` shown.

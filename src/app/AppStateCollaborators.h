@@ -15,6 +15,7 @@ class HostNaming;
 class InstallationDescribing;
 class LegacyTrackerMigrating;
 class LoginItemManaging;
+class SecretServiceAwaiting;
 class SleepScheduling;
 class TodaySummaryPolling;
 class TrackerConfigWriting;
@@ -26,6 +27,8 @@ class WorkspaceOpening;
 struct AppStateCollaborators {
     TrackerRuntimePaths paths;
     CredentialStoring* credentialStore = nullptr;
+    // Start-up waits on it before the credential store is first read.
+    SecretServiceAwaiting* secretService = nullptr;
     TrackerSupervising* supervisor = nullptr;
     LoginItemManaging* loginItemManager = nullptr;
     LegacyTrackerMigrating* migration = nullptr;

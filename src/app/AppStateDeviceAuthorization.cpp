@@ -202,7 +202,7 @@ QCoro::Task<void> AppState::pollDeviceAuthorization(QString serverURL,
             interval = std::max(interval, usableInterval(result->interval()));
             break;
         case DeviceAuthorizationPollResult::Kind::authorized:
-            completeDeviceAuthorization(result->apiKey());
+            co_await completeDeviceAuthorization(result->apiKey(), token);
             co_return;
         case DeviceAuthorizationPollResult::Kind::denied:
             throw AppStateError(AppStateError::Code::deviceAuthorizationDenied);
@@ -217,9 +217,16 @@ QCoro::Task<void> AppState::pollDeviceAuthorization(QString serverURL,
     }
 }
 
-void AppState::completeDeviceAuthorization(const QString& apiKey) {
-    m_c.credentialStore->saveAPIKey(apiKey);
-    const std::optional<QString> stored = m_c.credentialStore->loadAPIKey();
+QCoro::Task<void> AppState::completeDeviceAuthorization(QString apiKey, CancellationToken token) {
+    const QPointer<AppState> self(this);
+    co_await m_c.credentialStore->saveAPIKey(apiKey, token);
+    if (!self || token.isCancelled()) {
+        throw CancellationError();
+    }
+    const std::optional<QString> stored = co_await m_c.credentialStore->loadAPIKey(token);
+    if (!self || token.isCancelled()) {
+        throw CancellationError();
+    }
     if (!stored || *stored != apiKey) {
         throw AppStateError(AppStateError::Code::credentialVerificationFailed);
     }

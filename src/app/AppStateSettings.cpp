@@ -6,14 +6,25 @@
 #include "system/TrackerConfigWriting.h"
 #include "tracker/TrackerSupervising.h"
 
-void AppState::saveSettings(const QString& serverURL, const QString& apiKey, bool launchAtLogin) {
+#include <QPointer>
+
+QCoro::Task<void> AppState::saveSettings(QString serverURL, QString apiKey, bool launchAtLogin) {
+    // The store answers later; the object may be gone by then.
+    const QPointer<AppState> self(this);
     const QString normalized = normalizedServerURL(serverURL);
 
     const QString replacementKey = apiKey.trimmed();
     if (!replacementKey.isEmpty()) {
         cancelDeviceAuthorization();
-        m_c.credentialStore->saveAPIKey(replacementKey);
-        const std::optional<QString> stored = m_c.credentialStore->loadAPIKey();
+        co_await m_c.credentialStore->saveAPIKey(replacementKey, CancellationToken());
+        if (!self) {
+            co_return;
+        }
+        const std::optional<QString> stored =
+            co_await m_c.credentialStore->loadAPIKey(CancellationToken());
+        if (!self) {
+            co_return;
+        }
         if (!stored || *stored != replacementKey) {
             throw AppStateError(AppStateError::Code::credentialVerificationFailed);
         }
@@ -32,8 +43,17 @@ void AppState::saveSettings(const QString& serverURL, const QString& apiKey, boo
     }
     m_c.configFile->setValue(normalized, QStringLiteral("api_url"));
 
-    setHasCredential(m_c.credentialStore->loadAPIKey().has_value());
-    if (const std::optional<QString> key = m_c.credentialStore->loadAPIKey()) {
+    const bool found = (co_await m_c.credentialStore->loadAPIKey(CancellationToken())).has_value();
+    if (!self) {
+        co_return;
+    }
+    setHasCredential(found);
+    const std::optional<QString> key =
+        co_await m_c.credentialStore->loadAPIKey(CancellationToken());
+    if (!self) {
+        co_return;
+    }
+    if (key) {
         startTracker(*key);
     } else {
         m_c.supervisor->stop(true);

@@ -9,6 +9,7 @@
 #include "app/ResumeRefresher.h"
 #include "main/DesktopScenes.h"
 #include "main/FirstRequestPreparedNetworkAccessManager.h"
+#include "system/DBusSecretServiceAwaiter.h"
 #include "system/FreedesktopNotifier.h"
 #include "system/HostnamedHostNamer.h"
 #include "system/InstallLayout.h"
@@ -43,6 +44,7 @@ struct CompositionRoot::Collaborators {
     InstallLayout installation{QCoreApplication::applicationDirPath()};
     SecretServiceCredentialStore credentialStore{QLatin1String(credentialService),
                                                  QLatin1String(credentialAccount)};
+    DBusSecretServiceAwaiter secretService{QDBusConnection::sessionBus()};
     ForkExecTrackerProcessRunner processRunner;
     TaskSleepScheduler supervisorSleeper;
     TrackerSupervisor supervisor{processRunner, supervisorSleeper, maximumRestartAttempts};
@@ -99,6 +101,7 @@ AppState& CompositionRoot::makeAppState(bool startAutomatically) {
         AppStateCollaborators{
             .paths = c.paths,
             .credentialStore = &c.credentialStore,
+            .secretService = &c.secretService,
             .supervisor = &c.supervisor,
             .loginItemManager = &c.loginItems,
             .migration = &c.migration,

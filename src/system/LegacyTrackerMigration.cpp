@@ -58,10 +58,18 @@ QCoro::Task<LegacyMigrationResult> LegacyTrackerMigration::migrateIfNeeded() {
     TrackerConfigFile config(m_paths.configURL());
     const std::optional<QString> key = config.readAPIKey();
     if (key && !key->isEmpty()) {
-        m_credentialStore->saveAPIKey(*key);
+        co_await m_credentialStore->saveAPIKey(*key, CancellationToken());
+        if (!self) {
+            throw CancellationError();
+        }
         // Only a key that reads back exactly as the file had it may leave the file; otherwise the
         // old service keeps the only working copy.
-        if (m_credentialStore->loadAPIKey() != key) {
+        const std::optional<QString> stored =
+            co_await m_credentialStore->loadAPIKey(CancellationToken());
+        if (!self) {
+            throw CancellationError();
+        }
+        if (stored != key) {
             throw LegacyTrackerMigrationError::credentialVerificationFailed();
         }
         config.setValue(QString(), QStringLiteral("api_key"));

@@ -3,6 +3,8 @@
 #include "app/AppState.h"
 #include "core/VantrelError.h"
 
+#include <QPointer>
+
 #include <exception>
 
 namespace {
@@ -66,12 +68,24 @@ void SettingsPresenter::openSupport() {
 }
 
 void SettingsPresenter::save() {
+    saveEdits();
+}
+
+QCoro::Task<void> SettingsPresenter::saveEdits() {
+    const QPointer<SettingsPresenter> self(this);
+    std::exception_ptr failure;
     try {
-        m_state.saveSettings(m_serverURL, m_replacementAPIKey, m_launchAtLogin);
+        co_await m_state.saveSettings(m_serverURL, m_replacementAPIKey, m_launchAtLogin);
     } catch (...) {
-        m_feedback = VantrelError::describe(std::current_exception());
+        failure = std::current_exception();
+    }
+    if (!self) {
+        co_return;
+    }
+    if (failure) {
+        m_feedback = VantrelError::describe(failure);
         Q_EMIT feedbackChanged();
-        return;
+        co_return;
     }
     m_replacementAPIKey.clear();
     m_feedback = savedMessage;

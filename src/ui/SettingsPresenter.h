@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoroTask>
 #include <QObject>
 #include <QString>
 
@@ -46,7 +47,8 @@ public:
     void openPrivacy();
     void openSupport();
     // Hands the three edits, exactly as typed, to the application state. A failure keeps every
-    // edit and shows the error's own words.
+    // edit and shows the error's own words. The outcome arrives once the secret store has
+    // answered.
     void save();
 
 Q_SIGNALS:
@@ -55,6 +57,8 @@ Q_SIGNALS:
     void feedbackChanged();
 
 private:
+    QCoro::Task<void> saveEdits();
+
     AppState& m_state;
     QString m_serverURL;
     QString m_replacementAPIKey;

@@ -317,8 +317,8 @@ TEST_F(SaveSettingsTest, StoresATrimmedTypedKeyAndAddressThenRestartsAndIgnoresT
     QObject::connect(&h.supervisor, &TrackerSupervising::helperRunningChanged,
                      [&] { writesWhenStarted = h.configFile.writes.size(); });
 
-    EXPECT_NO_THROW(
-        app().saveSettings("https://self-hosted.example/api/v1/", "  vk_typed \n", true));
+    EXPECT_NO_THROW(AsyncTest::run(
+        app().saveSettings("https://self-hosted.example/api/v1/", "  vk_typed \n", true)));
     h.authorizer.pollGate.releaseOne();
     AsyncTest::spin(std::chrono::milliseconds(20));
 
@@ -353,7 +353,7 @@ TEST_P(SaveTest, LeavesExactlyTheEarlierStepsDone) {
 
     QString outcome = saved;
     try {
-        app().saveSettings(row.url, row.key, false);
+        AsyncTest::run(app().saveSettings(row.url, row.key, false));
     } catch (const VantrelError& error) {
         outcome = error.description();
     }

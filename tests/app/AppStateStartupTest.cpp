@@ -130,7 +130,7 @@ TEST(AppStateStartup, OnlyTheUsersSaveReplacesUnreadablePreferencesAndThenTheNot
     AsyncTest::run(state->start());
     EXPECT_EQ(harness.defaults.commits, 0);
 
-    state->saveSettings(selfHosted, "", true);
+    AsyncTest::run(state->saveSettings(selfHosted, "", true));
     EXPECT_EQ(harness.defaults.commits, 1);
     EXPECT_EQ(state->presentedError(), std::nullopt);
 }
@@ -158,6 +158,22 @@ TEST(AppStateStartup, StartsOnceOnTheNextTurnWhenAutomaticAndSurvivesDestruction
     EXPECT_TRUE(harness.loginItems.calls.isEmpty());
 }
 
+// At login the keyring may come up after us: nothing of start-up runs before it is there, and
+// the status says "Connecting" meanwhile.
+TEST(AppStateStartup, WaitsForTheSecretServiceFirst) {
+    AppHarness harness;
+    harness.secretService.gate.hold = true;
+    auto state = harness.make(true);
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return harness.secretService.gate.pendingCount(); }));
+    AsyncTest::spin(std::chrono::milliseconds(20));
+    EXPECT_EQ(harness.migration.calls, 0);
+    EXPECT_EQ(state->health(), TrackerHealth::connecting());
+
+    harness.secretService.gate.releaseOne();
+    EXPECT_TRUE(AsyncTest::waitUntil([&] { return !state->isStarting(); }));
+    EXPECT_EQ(harness.migration.calls, 1);
+}
+
 struct URLCase {
     const char* name;
     QString input;
@@ -178,7 +194,7 @@ TEST_P(ServerURLNormalisation, StoresOneFormEverywhereOrChangesNothing) {
 
     QString message;
     try {
-        state->saveSettings(row.input, "", true);
+        AsyncTest::run(state->saveSettings(row.input, "", true));
     } catch (const VantrelError& error) {
         message = error.description();
     }
@@ -247,7 +263,7 @@ TEST_P(AppStateSignOut, StopsTrackingAndForgetsAndRevokesWhatItCan) {
     state->startTracker("key-1");
     harness.credentials.failDelete = row.deleteFails;
 
-    state->signOut();
+    AsyncTest::run(state->signOut());
     AsyncTest::spin(std::chrono::milliseconds(20));
 
     EXPECT_EQ(harness.credentials.stored.has_value(), row.deleteFails.has_value());

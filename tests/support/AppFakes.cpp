@@ -65,6 +65,7 @@ std::unique_ptr<AppState> AppHarness::make(bool startAutomatically) {
         AppStateCollaborators{
             .paths = TrackerRuntimePaths(home),
             .credentialStore = &credentials,
+            .secretService = &secretService,
             .supervisor = &supervisor,
             .loginItemManager = &loginItems,
             .migration = &migration,

@@ -15,6 +15,7 @@
 #include "system/InstallationDescribing.h"
 #include "system/LegacyTrackerMigrating.h"
 #include "system/LoginItemManaging.h"
+#include "system/SecretServiceAwaiting.h"
 #include "system/TrackerConfigWriting.h"
 
 #include <QHash>
@@ -58,6 +59,13 @@ public:
     LegacyMigrationResult result;
     std::exception_ptr failure;
     int calls = 0;
+};
+
+class FakeSecretServiceAwaiter : public SecretServiceAwaiting {
+public:
+    QCoro::Task<void> awaitSecretService() override { co_await gate.sleep(0, CancellationToken()); }
+    // With gate.hold set, the wait lasts until gate.releaseOne().
+    FakeSleeper gate;
 };
 
 class FakeDeviceAuthorizer : public DeviceAuthorizing {
@@ -199,6 +207,7 @@ struct AppHarness {
 
     QString home = QStringLiteral("/home/tester");
     InMemoryCredentialStore credentials;
+    FakeSecretServiceAwaiter secretService;
     FakeSupervisor supervisor;
     FakeLoginItemManager loginItems;
     FakeMigration migration;

@@ -5,12 +5,13 @@
 #include <optional>
 
 // The credential store contract kept in memory, with switches to make each operation fail the
-// way a locked or broken secret store does.
+// way a locked or broken secret store does. Like the real store, it answers on a later turn of
+// the event loop.
 class InMemoryCredentialStore : public CredentialStoring {
 public:
-    std::optional<QString> loadAPIKey() override;
-    void saveAPIKey(const QString& key) override;
-    void deleteAPIKey() override;
+    QCoro::Task<std::optional<QString>> loadAPIKey(CancellationToken token) override;
+    QCoro::Task<void> saveAPIKey(QString key, CancellationToken token) override;
+    QCoro::Task<void> deleteAPIKey(CancellationToken token) override;
 
     std::optional<QString> stored;
     // When set, the operation throws KeychainStoreError::unexpectedStatus with this status.

@@ -5,6 +5,7 @@
 
 #include "support/AsyncTest.h"
 #include "support/InMemoryCredentialStore.h"
+#include "system/DBusSecretServiceAwaiter.h"
 #include "system/KeychainStoreError.h"
 
 #include <QCoreApplication>
@@ -13,8 +14,10 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -23,6 +26,21 @@ namespace {
 
 const QString service = "com.keldor.vantrel";
 const QString account = "tracker-api-key";
+
+using namespace std::chrono_literals;
+
+std::optional<QString> load(CredentialStoring& store) {
+    return AsyncTest::run(store.loadAPIKey(CancellationToken()));
+}
+void save(CredentialStoring& store, const QString& key) {
+    AsyncTest::run(store.saveAPIKey(key, CancellationToken()));
+}
+void remove(CredentialStoring& store) {
+    AsyncTest::run(store.deleteAPIKey(CancellationToken()));
+}
+std::vector<std::function<void()>> everyOperation(CredentialStoring& store) {
+    return {[&] { load(store); }, [&] { save(store, "new-key"); }, [&] { remove(store); }};
+}
 
 std::optional<KeychainStoreError> errorOf(const std::function<void()>& operation) {
     try {
@@ -88,12 +106,17 @@ public:
                     "UnlockWithMasterPassword", {collection, QVariant::fromValue(secret)});
     }
 
+    // Sends the keyring daemon `signal`; true when it could.
+    static bool signalDaemon(int signal) {
+        const uint pid =
+            QDBusConnection::sessionBus().interface()->servicePid("org.freedesktop.secrets");
+        return pid != 0 && ::kill(static_cast<pid_t>(pid), signal) == 0;
+    }
+
     // Ends the keyring daemon the way a crash or a session restart would; its items stay on disk.
     static void stopDaemon() {
         QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
-        const uint pid = bus->servicePid("org.freedesktop.secrets");
-        ASSERT_NE(pid, 0u);
-        ASSERT_EQ(::kill(static_cast<pid_t>(pid), SIGTERM), 0);
+        ASSERT_TRUE(signalDaemon(SIGTERM));
         ASSERT_TRUE(AsyncTest::waitUntil(
             [&] { return !bus->isServiceRegistered("org.freedesktop.secrets").value(); }));
     }
@@ -133,24 +156,23 @@ private:
 void expectCredentialStoreContract(CredentialStoring& store,
                                    const std::function<std::optional<QByteArray>()>& storedBytes,
                                    const std::function<qsizetype()>& itemCount) {
-    EXPECT_EQ(store.loadAPIKey(), std::nullopt);
-    EXPECT_NO_THROW(store.deleteAPIKey()) << "a missing item is no error";
+    EXPECT_EQ(load(store), std::nullopt);
+    EXPECT_NO_THROW(remove(store)) << "a missing item is no error";
 
     const QByteArray trimmed = "schl\xc3\xbcssel mit \xe2\x82\xac";
-    store.saveAPIKey("\t\r\n schl\u00fcssel mit \u20ac\u00a0\u2028\n");
+    save(store, "\t\r\n schl\u00fcssel mit \u20ac\u00a0\u2028\n");
     EXPECT_EQ(storedBytes(), trimmed);
-    EXPECT_EQ(store.loadAPIKey(), QString::fromUtf8(trimmed));
+    EXPECT_EQ(load(store), QString::fromUtf8(trimmed));
     for (const QString& blank : {QString(), QString("\n\t \r\n")}) {
-        EXPECT_EQ(errorOf([&] { store.saveAPIKey(blank); }),
-                  KeychainStoreError::invalidCredential());
+        EXPECT_EQ(errorOf([&] { save(store, blank); }), KeychainStoreError::invalidCredential());
         EXPECT_EQ(storedBytes(), trimmed);
     }
 
-    store.saveAPIKey("second-key");
-    EXPECT_EQ(store.loadAPIKey(), "second-key");
+    save(store, "second-key");
+    EXPECT_EQ(load(store), "second-key");
     EXPECT_EQ(itemCount(), 1);
-    store.deleteAPIKey();
-    EXPECT_EQ(store.loadAPIKey(), std::nullopt);
+    remove(store);
+    EXPECT_EQ(load(store), std::nullopt);
     EXPECT_EQ(itemCount(), 0);
 }
 
@@ -176,11 +198,11 @@ TEST_F(SecretServiceStore, SharesItemsWithOtherClientsAndLeavesNoDuplicateBehind
     const TestKeyring otherAccount("other-account");
     otherAccount.storeForeign("other-key");
     keyring.storeForeign(" key from elsewhere\n", {"origin", "older-release"});
-    EXPECT_EQ(store.loadAPIKey(), " key from elsewhere\n");
+    EXPECT_EQ(load(store), " key from elsewhere\n");
 
-    store.saveAPIKey("new-key");
+    save(store, "new-key");
     EXPECT_EQ(keyring.itemCount(), 1);
-    store.deleteAPIKey();
+    remove(store);
     EXPECT_EQ(keyring.itemCount(), 0);
     EXPECT_EQ(otherAccount.lookup(), "other-key");
 }
@@ -189,7 +211,7 @@ TEST_F(SecretServiceStore, StoredBytesThatAreNotUtf8FailToLoadAndStayAsTheyAre) 
     for (const QByteArray bytes : {"\xff\xfe", "ab\xc0\x80", "\xed\xa0\x80", "key\xe2\x82"}) {
         SCOPED_TRACE(bytes.toHex().toStdString());
         keyring.storeForeign(bytes);
-        EXPECT_EQ(errorOf([&] { store.loadAPIKey(); }), KeychainStoreError::invalidStoredData());
+        EXPECT_EQ(errorOf([&] { load(store); }), KeychainStoreError::invalidStoredData());
         EXPECT_EQ(keyring.lookup(), bytes);
     }
 }
@@ -199,10 +221,7 @@ TEST_F(SecretServiceStore, StoredBytesThatAreNotUtf8FailToLoadAndStayAsTheyAre) 
 TEST_F(SecretServiceStore, LockedCollectionIsAnErrorForEveryOperation) {
     keyring.storeForeign("locked-away");
     TestKeyring::setDefaultCollectionLocked(true);
-    const std::function<void()> operations[] = {[&] { store.loadAPIKey(); },
-                                                [&] { store.saveAPIKey("new-key"); },
-                                                [&] { store.deleteAPIKey(); }};
-    for (const auto& operation : operations) {
+    for (const auto& operation : everyOperation(store)) {
         EXPECT_EQ(errorOf(operation), KeychainStoreError::locked());
     }
     TestKeyring::setDefaultCollectionLocked(false);
@@ -213,20 +232,57 @@ TEST_F(SecretServiceStore, LockedCollectionIsAnErrorForEveryOperation) {
 // The store object lives on, as it does in a running application, while the daemon goes away and
 // comes back: in between every operation says so in words, afterwards all work again.
 TEST_F(SecretServiceStore, RecoversWhenTheServiceRestartsUnderIt) {
-    store.saveAPIKey("before-restart");
+    save(store, "before-restart");
     TestKeyring::stopDaemon();
-    const std::function<void()> operations[] = {[&] { store.loadAPIKey(); },
-                                                [&] { store.saveAPIKey("new-key"); },
-                                                [&] { store.deleteAPIKey(); }};
-    for (const auto& operation : operations) {
+    for (const auto& operation : everyOperation(store)) {
         EXPECT_EQ(errorOf(operation), KeychainStoreError::unreachable());
     }
 
     TestKeyring::startDaemon();
-    EXPECT_EQ(store.loadAPIKey(), "before-restart");
-    store.saveAPIKey("after-restart");
-    EXPECT_EQ(store.loadAPIKey(), "after-restart");
+    EXPECT_EQ(load(store), "before-restart");
+    save(store, "after-restart");
+    EXPECT_EQ(load(store), "after-restart");
     EXPECT_EQ(keyring.lookup(), "after-restart");
+}
+
+// A daemon that is there but answers nothing (stopped, hung): every operation gives up within
+// its bound while the event loop keeps turning, and the store works again once the daemon does.
+TEST_F(SecretServiceStore, GivesUpOnAStoppedDaemonWithinTheBound) {
+    save(store, "before-stop");
+    SecretServiceCredentialStore bounded(service, account, 300ms);
+    ASSERT_TRUE(TestKeyring::signalDaemon(SIGSTOP));
+    int ticks = 0;
+    QTimer ticker;
+    ticker.callOnTimeout([&] { ++ticks; });
+    ticker.start(10ms);
+    for (const auto& operation : everyOperation(bounded)) {
+        ticks = 0;
+        QElapsedTimer elapsed;
+        elapsed.start();
+        EXPECT_EQ(errorOf(operation), KeychainStoreError::unreachable());
+        EXPECT_LT(elapsed.elapsed(), AsyncTest::scaled(2s).count());
+        EXPECT_GE(ticks, 10) << "the event loop stood still";
+    }
+    ASSERT_TRUE(TestKeyring::signalDaemon(SIGCONT));
+    EXPECT_EQ(load(bounded), "before-stop");
+}
+
+// At login the keyring may come after us: the wait ends when it appears and the key is read;
+// for a keyring that never comes the wait ends at its limit.
+TEST_F(SecretServiceStore, StartUpWaitsForAKeyringThatComesLate) {
+    save(store, "stored-before");
+    TestKeyring::stopDaemon();
+    QElapsedTimer elapsed;
+    elapsed.start();
+    AsyncTest::run(
+        DBusSecretServiceAwaiter(QDBusConnection::sessionBus(), 300ms).awaitSecretService());
+    EXPECT_GE(elapsed.elapsed(), 250) << "Qt's coarse timers may end a little early";
+
+    QTimer::singleShot(200ms, [] { TestKeyring::startDaemon(); });
+    AsyncTest::run(DBusSecretServiceAwaiter(QDBusConnection::sessionBus()).awaitSecretService());
+    EXPECT_EQ(load(store), "stored-before");
+    AsyncTest::run(DBusSecretServiceAwaiter(QDBusConnection::sessionBus(), 1h).awaitSecretService(),
+                   1s);
 }
 
 // Without any session bus the failure must still say what is wrong, not report a bare status.
@@ -234,9 +290,9 @@ TEST_F(SecretServiceStore, RecoversWhenTheServiceRestartsUnderIt) {
 TEST(SecretServiceStoreWithoutBus, SaysNoSecretServiceCouldBeReached) {
     if (qEnvironmentVariableIsSet("VANTREL_TEST_WITHOUT_BUS")) {
         SecretServiceCredentialStore store(service, account);
-        EXPECT_EQ(errorOf([&] { store.loadAPIKey(); }), KeychainStoreError::unreachable());
-        EXPECT_EQ(errorOf([&] { store.saveAPIKey("key"); }), KeychainStoreError::unreachable());
-        EXPECT_EQ(errorOf([&] { store.deleteAPIKey(); }), KeychainStoreError::unreachable());
+        for (const auto& operation : everyOperation(store)) {
+            EXPECT_EQ(errorOf(operation), KeychainStoreError::unreachable());
+        }
         return;
     }
     QTemporaryDir runtime; // no "bus" socket inside, which GLib would otherwise fall back to

@@ -61,6 +61,7 @@ TEST(SettingsWindow, ReturnSavesTheFieldsAsTypedThenClearsTheKeyInGreen) {
     QTest::keyClicks(scene.field("apiKey"), " vk_manual ");
     scene.window.findChild<QCheckBox*>()->setChecked(false);
     QTest::keyClick(scene.field("apiKey"), Qt::Key_Return);
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return !scene.feedback()->text().isEmpty(); }));
 
     EXPECT_EQ(scene.harness.credentials.stored, "vk_manual");
     EXPECT_EQ(scene.harness.defaults.values.value("serverURL"), "https://self-hosted.example/api");
