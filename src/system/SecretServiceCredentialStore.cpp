@@ -269,9 +269,13 @@ AttributeTable attributeTable(const QByteArray& service, const QByteArray& accou
 // A connection that broke under us (the daemon restarted) is dropped and the operation run once
 // more on a fresh one; a second failure means no service is there. A service that let the bound
 // pass is not asked again: it would only make the user wait twice as long for the same answer.
+//
+// Both callables are the caller's named objects, held by reference across the suspensions: GCC 12
+// destroys a lambda converted to a coroutine's by-value std::function parameter inside a co_await
+// once too often, which freed the captured cancellation state under the running attempt.
 template <typename T>
-QCoro::Task<T> reconnectingOnce(std::function<QCoro::Task<T>()> attempt,
-                                std::function<void()> disconnect) {
+QCoro::Task<T> reconnectingOnce(const std::function<QCoro::Task<T>()>& attempt,
+                                const std::function<void()>& disconnect) {
     for (int round = 0; round < 2; ++round) {
         bool timedOut = false;
         try {
@@ -367,8 +371,10 @@ void SecretServiceCredentialStore::disconnect() {
 
 QCoro::Task<std::optional<QString>>
 SecretServiceCredentialStore::loadAPIKey(CancellationToken token) {
-    co_return co_await reconnectingOnce<std::optional<QString>>(
-        [this, token] { return load(token); }, [this] { disconnect(); });
+    const std::function<QCoro::Task<std::optional<QString>>()> attempt = [this, token] {
+        return load(token);
+    };
+    co_return co_await reconnectingOnce(attempt, m_disconnect);
 }
 
 QCoro::Task<std::optional<QString>> SecretServiceCredentialStore::load(CancellationToken token) {
@@ -403,8 +409,10 @@ QCoro::Task<void> SecretServiceCredentialStore::saveAPIKey(QString key, Cancella
     const QByteArray bytes = trimmed.toUtf8();
     const ValuePtr value(secret_value_new(bytes.constData(), bytes.size(), "text/plain"));
     SecretValue* shared = value.get();
-    co_await reconnectingOnce<void>([this, shared, token] { return save(shared, token); },
-                                    [this] { disconnect(); });
+    const std::function<QCoro::Task<void>()> attempt = [this, shared, token] {
+        return save(shared, token);
+    };
+    co_await reconnectingOnce(attempt, m_disconnect);
 }
 
 QCoro::Task<void> SecretServiceCredentialStore::save(SecretValue* value, CancellationToken token) {
@@ -438,8 +446,8 @@ QCoro::Task<void> SecretServiceCredentialStore::save(SecretValue* value, Cancell
 }
 
 QCoro::Task<void> SecretServiceCredentialStore::deleteAPIKey(CancellationToken token) {
-    co_await reconnectingOnce<void>([this, token] { return remove(token); },
-                                    [this] { disconnect(); });
+    const std::function<QCoro::Task<void>()> attempt = [this, token] { return remove(token); };
+    co_await reconnectingOnce(attempt, m_disconnect);
 }
 
 QCoro::Task<void> SecretServiceCredentialStore::remove(CancellationToken token) {

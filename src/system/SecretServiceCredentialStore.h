@@ -3,6 +3,7 @@
 #include "system/CredentialStoring.h"
 
 #include <chrono>
+#include <functional>
 
 typedef struct _SecretService SecretService;
 typedef struct _SecretValue SecretValue;
@@ -49,4 +50,5 @@ private:
     std::chrono::milliseconds m_bound;
     // Opened (with its encrypted session) by the first operation that needs it.
     SecretService* m_connection = nullptr;
+    const std::function<void()> m_disconnect = [this] { disconnect(); };
 };

@@ -209,9 +209,13 @@ def main():
             leaks = [place for place, content in exposed.items()
                      if (key.encode() if isinstance(content, bytes) else key) in content]
             check(f"the {name} key is in none of {len(exposed)} places {leaks or ''}", not leaks)
+    except BaseException:
+        failures.append("the run ended early")
+        raise
     finally:
         stop(app, watcher)
         if failures:
+            sys.stderr.write(f"--- the application's status: {app.returncode}\n")
             for path in output:
                 sys.stderr.write(f"--- {path}\n{read(path)}")
     return 1 if failures else 0
