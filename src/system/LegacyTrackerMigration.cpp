@@ -46,8 +46,10 @@ QString LegacyTrackerMigration::serviceTarget(const QString& label) const {
     return QStringLiteral("gui/") + QString::number(m_userID) + QLatin1Char('/') + label;
 }
 
-bool LegacyTrackerMigration::isStillLoaded(const QString& target) {
-    return m_commandRunner->run(m_launchctlURL, {QStringLiteral("print"), target}).exitStatus == 0;
+QCoro::Task<bool> LegacyTrackerMigration::isStillLoaded(QString target) {
+    const QStringList arguments{QStringLiteral("print"), target};
+    const SystemCommandResult printed = co_await m_commandRunner->run(m_launchctlURL, arguments);
+    co_return printed.exitStatus == 0;
 }
 
 QCoro::Task<LegacyMigrationResult> LegacyTrackerMigration::migrateIfNeeded() {
@@ -80,10 +82,18 @@ QCoro::Task<LegacyMigrationResult> LegacyTrackerMigration::migrateIfNeeded() {
         const QString target = serviceTarget(label);
         // Booting out a service that is not loaded fails; that is the usual case, and only a
         // command that cannot start at all matters here.
-        m_commandRunner->run(m_launchctlURL, {QStringLiteral("bootout"), target});
+        const QStringList bootout{QStringLiteral("bootout"), target};
+        co_await m_commandRunner->run(m_launchctlURL, bootout);
+        if (!self) {
+            throw CancellationError();
+        }
         bool stopped = false;
         for (int check = 0; check < m_maximumStatusChecks && !stopped; ++check) {
-            if (!isStillLoaded(target)) {
+            const bool loaded = co_await isStillLoaded(target);
+            if (!self) {
+                throw CancellationError();
+            }
+            if (!loaded) {
                 stopped = true;
                 break;
             }

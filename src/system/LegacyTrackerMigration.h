@@ -35,7 +35,7 @@ public:
 
 private:
     QString serviceTarget(const QString& label) const;
-    bool isStillLoaded(const QString& target);
+    QCoro::Task<bool> isStillLoaded(QString target);
 
     TrackerRuntimePaths m_paths;
     CredentialStoring* m_credentialStore;

@@ -2,6 +2,7 @@
 
 #include "core/PlatformError.h"
 
+#include <QCoroProcess>
 #include <QProcess>
 #include <QStringDecoder>
 
@@ -15,26 +16,31 @@ QString strictUtf8(const QByteArray& bytes) {
 
 } // namespace
 
-SystemCommandResult QProcessSystemCommandRunner::run(const QString& executable,
-                                                     const QStringList& arguments) {
+QCoro::Task<SystemCommandResult> QProcessSystemCommandRunner::run(QString executable,
+                                                                  QStringList arguments) {
     QProcess process;
     process.setProgram(executable);
     process.setArguments(arguments);
     process.setInputChannelMode(QProcess::ForwardedInputChannel);
     process.setProcessChannelMode(QProcess::SeparateChannels);
-    process.start();
-    if (!process.waitForStarted(-1)) {
+    if (!co_await qCoro(process).start()) {
         throw PlatformError(QStringLiteral("Could not start ") + executable + QStringLiteral(": ") +
                             process.errorString());
     }
-    // The wait reads both pipes as data arrives, so a chatty command never blocks on a full pipe;
-    // it returns once the process has exited, whatever a leftover grandchild keeps open.
-    process.waitForFinished(-1);
+    // Both pipes are read as data arrives, so a chatty command never blocks on a full pipe; the
+    // wait ends once the process has exited, whatever a leftover grandchild keeps open.
+    if (!co_await qCoro(process).waitForFinished(m_bound)) {
+        process.kill();
+        co_await qCoro(process).waitForFinished(m_bound);
+        throw PlatformError(executable + QStringLiteral(" did not finish within ") +
+                            QString::number(m_bound.count() / 1000.0) +
+                            QStringLiteral(" seconds and was stopped."));
+    }
 
     SystemCommandResult result;
     // For a process ended by a signal QProcess reports the signal number here.
     result.exitStatus = process.exitCode();
     result.standardOutput = strictUtf8(process.readAllStandardOutput());
     result.standardError = strictUtf8(process.readAllStandardError());
-    return result;
+    co_return result;
 }

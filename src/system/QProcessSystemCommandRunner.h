@@ -2,9 +2,20 @@
 
 #include "system/SystemCommandRunning.h"
 
+#include <chrono>
+
 // Runs the executable directly (no shell) with the application's environment and standard input,
-// collecting standard output and standard error through separate pipes.
+// collecting standard output and standard error through separate pipes. A command still running
+// after `bound` is killed and reported: it stands for one that answers at once.
 class QProcessSystemCommandRunner : public SystemCommandRunning {
 public:
-    SystemCommandResult run(const QString& executable, const QStringList& arguments) override;
+    static constexpr std::chrono::milliseconds defaultBound{10000};
+
+    explicit QProcessSystemCommandRunner(std::chrono::milliseconds bound = defaultBound)
+        : m_bound(bound) {}
+
+    QCoro::Task<SystemCommandResult> run(QString executable, QStringList arguments) override;
+
+private:
+    std::chrono::milliseconds m_bound;
 };

@@ -2,14 +2,15 @@
 
 #include "system/SystemCommandResult.h"
 
+#include <QCoroTask>
 #include <QString>
 #include <QStringList>
 
-// Runs a short system command to completion. Synchronous: the caller waits for the exit, so it
-// is meant for commands that answer at once. Throws PlatformError only when the command cannot
-// be started; a non-zero exit is a result, not a failure.
+// Runs a short system command to completion while the caller's event loop keeps turning. Throws
+// PlatformError when the command cannot be started or does not end within the runner's bound; a
+// non-zero exit is a result, not a failure.
 class SystemCommandRunning {
 public:
     virtual ~SystemCommandRunning() = default;
-    virtual SystemCommandResult run(const QString& executable, const QStringList& arguments) = 0;
+    virtual QCoro::Task<SystemCommandResult> run(QString executable, QStringList arguments) = 0;
 };

@@ -1,4 +1,5 @@
 #include "SystemTestFiles.h"
+#include "support/AsyncTest.h"
 #include "system/QProcessSystemCommandRunner.h"
 
 #include <QDir>
@@ -37,10 +38,11 @@ protected:
     // Through the command runner the application uses, with a clean environment set by env(1).
     SystemCommandResult launchctl(const QStringList& arguments, const QString& path,
                                   const QStringList& environment = {}) {
-        return QProcessSystemCommandRunner().run(
+        QProcessSystemCommandRunner runner;
+        return AsyncTest::run(runner.run(
             "/usr/bin/env", QStringList{"-u", "DBUS_SESSION_BUS_ADDRESS", "HOME=" + m_root.path(),
                                         "XDG_RUNTIME_DIR=" + m_root.path(), "PATH=" + path} +
-                                environment + QStringList{VANTREL_LAUNCHCTL} + arguments);
+                                environment + QStringList{VANTREL_LAUNCHCTL} + arguments));
     }
 
     QStringList systemctlCalls() const {

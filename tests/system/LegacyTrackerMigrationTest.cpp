@@ -26,12 +26,16 @@ const QString secondTarget = "gui/501/com.vantrel.quillon-tracker";
 // A launchctl answering from a script: "print" plays the statuses queued for its target, then
 // reports the service as unknown (113); "bootout" fails as for a service already gone.
 struct ScriptedLaunchctl : SystemCommandRunning {
-    SystemCommandResult run(const QString& executable, const QStringList& arguments) override {
+    QCoro::Task<SystemCommandResult> run(QString executable, QStringList arguments) override {
         EXPECT_EQ(executable, launchctl);
         calls.append(arguments.join(' '));
         QList<qint32>& queued = printStatuses[arguments.value(1)];
         const bool bootout = arguments.value(0) == "bootout";
-        return {bootout ? 5 : queued.isEmpty() ? 113 : queued.takeFirst(), {}, {}};
+        co_return SystemCommandResult{bootout            ? 5
+                                      : queued.isEmpty() ? 113
+                                                         : queued.takeFirst(),
+                                      {},
+                                      {}};
     }
 
     QStringList calls;
