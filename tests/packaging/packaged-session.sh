@@ -36,20 +36,7 @@ export XDG_CONFIG_HOME="$HOME/.config" QT_QPA_PLATFORM=offscreen
 printf '%s' "packaged-key-$RANDOM" |
     secret-tool store --label=Vantrel service com.keldor.vantrel account tracker-api-key
 
-cat >"$work/status.json" <<JSON
-{"schema_version": 1, "tracker_version": "9.9.9-test", "vantrel_config_path": "$config",
- "vantrel_config_exists": true, "wakatime_compat_config_path": "$HOME/.wakatime.cfg",
- "wakatime_compat_config_exists": false, "state_path": "$HOME/.vantrel/state.json",
- "state_exists": false, "pending_queue_path": "$HOME/.vantrel/queue", "pending_queue_exists": false,
- "stdout_log_path": "$HOME/.vantrel/tracker/stdout.log", "stdout_log_exists": true,
- "stderr_log_path": "$HOME/.vantrel/tracker/stderr.log", "stderr_log_exists": true,
- "service_definition_path": "", "service_definition_exists": false, "service_state": "supervised",
- "binary_install_path": "$packaged_helper", "authenticated": true,
- "device_id": "6F9619FF-8B86-D011-B42D-00C04FC964FF", "device_name": "test-machine",
- "queued_heartbeats": 0, "queued_activity_segments": 0, "dropped_heartbeats": 0,
- "dropped_activity_segments": 0, "presence_coverage": "full", "presence_reason": "test",
- "last_successful_upload_at": "2026-11-23T10:00:00Z"}
-JSON
+status_document "$packaged_helper" >"$work/status.json"
 # The helper reads its script from the configuration file.
 printf '%s\n' run.read-key "run.record $record" run.wait-stdin-eof \
     "status.stdout-file $work/status.json" >"$config"
