@@ -2,7 +2,7 @@
 
 #include "core/PlatformError.h"
 
-#include <QCoroProcess>
+#include <QCoroSignal>
 #include <QProcess>
 #include <QStringDecoder>
 
@@ -23,15 +23,24 @@ QCoro::Task<SystemCommandResult> QProcessSystemCommandRunner::run(QString execut
     process.setArguments(arguments);
     process.setInputChannelMode(QProcess::ForwardedInputChannel);
     process.setProcessChannelMode(QProcess::SeparateChannels);
-    if (!co_await qCoro(process).start()) {
+    process.start();
+    // Followed through the state rather than the started signal, which a program that cannot be
+    // executed never sends: awaiting it would hold start-up until a timeout.
+    while (process.state() == QProcess::Starting) {
+        co_await qCoro(&process, &QProcess::stateChanged);
+    }
+    if (process.error() == QProcess::FailedToStart) {
         throw PlatformError(QStringLiteral("Could not start ") + executable + QStringLiteral(": ") +
                             process.errorString());
     }
     // Both pipes are read as data arrives, so a chatty command never blocks on a full pipe; the
     // wait ends once the process has exited, whatever a leftover grandchild keeps open.
-    if (!co_await qCoro(process).waitForFinished(m_bound)) {
+    if (process.state() != QProcess::NotRunning &&
+        !co_await qCoro(&process, &QProcess::finished, m_bound)) {
         process.kill();
-        co_await qCoro(process).waitForFinished(m_bound);
+        if (process.state() != QProcess::NotRunning) {
+            co_await qCoro(&process, &QProcess::finished, m_bound);
+        }
         throw PlatformError(executable + QStringLiteral(" did not finish within ") +
                             QString::number(m_bound.count() / 1000.0) +
                             QStringLiteral(" seconds and was stopped."));

@@ -60,10 +60,11 @@ TEST(QProcessSystemCommandRunner, ReturnsWhenTheCommandExitsEvenIfABackgroundChi
 }
 
 TEST(QProcessSystemCommandRunner, CommandThatCannotStartIsAnErrorNamingIt) {
-    // Missing, not executable, a folder.
+    // Missing, not executable, a folder. Each is known at once: start-up waits on these.
+    QProcessSystemCommandRunner runner;
     for (const QString executable : {"/nonexistent/launchctl", "/etc/passwd", "/etc"}) {
         try {
-            run(executable, {"print", "gui/0/x"});
+            AsyncTest::run(runner.run(executable, {"print", "gui/0/x"}), std::chrono::seconds(5));
             ADD_FAILURE() << "expected a PlatformError for " << executable.toStdString();
         } catch (const PlatformError& error) {
             EXPECT_TRUE(error.description().startsWith("Could not start " + executable + ": "))
