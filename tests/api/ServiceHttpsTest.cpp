@@ -8,6 +8,7 @@
 #include "core/TaskHandle.h"
 #include "support/AsyncTest.h"
 #include "support/TableRows.h"
+#include "support/TestFiles.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -37,11 +38,6 @@ const QDateTime now(QDate(2025, 3, 1), QTime(12, 0), Qt::UTC);
 
 QString serverFile(const QString& name) {
     return qEnvironmentVariable("VANTREL_TEST_HTTPS_DIR") + "/" + name;
-}
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 // The base URL of the listener whose certificate the named authority signed.
