@@ -1,6 +1,7 @@
 #include "api/DeviceAuthorizationClientError.h"
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
+#include "support/TableRows.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -35,7 +36,6 @@ const QString selfHosted = "https://self-hosted.example/api/v1";
 const QString saved; // the outcome of a save that throws nothing
 const QDateTime t0(QDate(2026, 5, 1), QTime(10, 0), Qt::UTC); // the harness clock
 constexpr double infinity = std::numeric_limits<double>::infinity();
-const auto rowName = [](const auto& row) { return std::string(row.param.name); };
 
 std::exception_ptr error(const Error& failure) {
     return std::make_exception_ptr(failure);
@@ -283,9 +283,6 @@ TEST_P(CancelTest, EndsQuietlyAndIgnoresALateAnswer) {
 
 INSTANTIATE_TEST_SUITE_P(DeviceSignIn, CancelTest,
                          ::testing::Values(CancelCase{"DuringTheSleep", std::nullopt},
-                                           CancelCase{"PendingArrivesLate", Poll::pending(5)},
-                                           CancelCase{"OfflineArrivesLate", offline()},
-                                           CancelCase{"DeniedArrivesLate", Poll::denied()},
                                            CancelCase{"ApprovalArrivesLate", approved}),
                          rowName);
 

@@ -1,6 +1,7 @@
 #include "app/AppStateError.h"
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
+#include "support/TableRows.h"
 
 #include <gtest/gtest.h>
 
@@ -121,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "Could not create the folder /home/tester/.vantrel: Not a directory"},
         StartupCase{"credentialStoreLocked", storeLocked,
                     "Keychain operation failed with status 2."}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 TEST(AppStateStartup, OnlyTheUsersSaveReplacesUnreadablePreferencesAndThenTheNoticeGoes) {
     AppHarness harness;
@@ -236,7 +237,7 @@ INSTANTIATE_TEST_SUITE_P(
         URLCase{"portOutOfRange", "https://x.example:99999", {}},
         URLCase{"unclosedIPv6Literal", "https://[::1/api", {}},
         URLCase{"noScheme", "x.example/api", {}}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 struct SignOutCase {
     const char* name;
@@ -274,6 +275,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, AppStateSignOut,
                                          SignOutCase{"deleteFails", selfHosted, -25308, true},
                                          SignOutCase{"unparsableServerURL", "https://exa mple.com",
                                                      std::nullopt, false}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 } // namespace
