@@ -84,6 +84,8 @@ constexpr auto noKeyAndNoLaunchAtLogin = [](AppHarness& h) {
     h.defaults.values["launchAtLoginInitialized"] = true;
 };
 constexpr auto loginFails = [](AppHarness& h) { h.loginItems.failure = "autostart is read-only"; };
+const QString loginText =
+    "Tracking started, but launch at login could not be updated: autostart is read-only";
 constexpr auto migrationFails = [](AppHarness& h) {
     h.migration.failure = std::make_exception_ptr(PlatformError("Permission denied"));
 };
@@ -93,9 +95,10 @@ constexpr auto configFails = [](AppHarness& h) { h.configFile.failure = "Read-on
 constexpr auto storeLocked = [](AppHarness& h) { h.credentials.failLoad = 2; };
 const QString unreadable = "The preferences could not be read.";
 constexpr auto preferencesUnreadable = [](AppHarness& h) { h.defaults.problem = unreadable; };
+const QString noHome = "Could not create the folder /home/tester/.vantrel: Not a directory";
 constexpr auto preferencesUnreadableAndNoHome = [](AppHarness& h) {
     h.defaults.problem = unreadable;
-    h.configFile.failure = "Could not create the folder /home/tester/.vantrel: Not a directory";
+    h.configFile.failure = noHome;
 };
 
 INSTANTIATE_TEST_SUITE_P(
@@ -103,23 +106,15 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         StartupCase{
             "withoutAKeyOnlyAppliesLaunchAtLogin", noKeyAndNoLaunchAtLogin, {}, false, {false}},
-        StartupCase{"launchAtLoginFailureStillTracks",
-                    loginFails,
-                    "Tracking started, but launch at login could not be updated: autostart is "
-                    "read-only",
-                    true,
-                    {true}},
+        StartupCase{"launchAtLoginFailureStillTracks", loginFails, loginText, true, {true}},
         StartupCase{"migrationFails", migrationFails, "Permission denied"},
         StartupCase{"plainHTTPServer", plainHTTP, httpsText},
         StartupCase{"serverWithoutHost", noHost, httpsText},
         StartupCase{"configFileUnwritable", configFails, "Read-only file system"},
-        StartupCase{"unreadablePreferencesAreSaidButStartUpGoesOn",
-                    preferencesUnreadable,
-                    unreadable,
-                    true,
-                    {true}},
+        StartupCase{
+            "unreadablePreferencesAreSaid", preferencesUnreadable, unreadable, true, {true}},
         StartupCase{"aLaterFailureTakesThePlaceOfTheNotice", preferencesUnreadableAndNoHome,
-                    "Could not create the folder /home/tester/.vantrel: Not a directory"},
+                    noHome},
         StartupCase{"credentialStoreLocked", storeLocked,
                     "Keychain operation failed with status 2."}),
     rowName);

@@ -4,6 +4,7 @@
 # sign-in as the application lives it, the strict checks that make the service a check of the
 # application's requests, and the tracker's command lines and status through uploads, an outage
 # and a revoked key.
+import contextlib
 import json
 import os
 import shutil
@@ -35,6 +36,15 @@ def wait_until(condition, seconds=10):
     return condition()
 
 
+def exchange(request, **options):
+    """(HTTP status, body) of the answer, an error status included."""
+    try:
+        with urllib.request.urlopen(request, timeout=10, **options) as response:
+            return response.status, response.read()
+    except urllib.error.HTTPError as error:
+        return error.code, error.read()
+
+
 class DevService:
     def __init__(self, directory, *arguments):
         self.directory, self.arguments = directory, list(arguments)
@@ -42,7 +52,7 @@ class DevService:
 
     def start(self, port=None):
         for name in ("port", "approval-port"):
-            if os.path.exists(self.path(name)):
+            with contextlib.suppress(FileNotFoundError):
                 os.remove(self.path(name))
         self.log = open(self.path("service.log"), "ab")
         self.process = subprocess.Popen(
@@ -71,23 +81,15 @@ class DevService:
     def request(self, method, path, body=None, headers=JSON_ONLY, raw=None):
         """(status, decoded JSON or None)."""
         data = raw if raw is not None else (None if body is None else json.dumps(body).encode())
-        request = urllib.request.Request(self.base + "/" + path, data, headers, method=method)
-        try:
-            with urllib.request.urlopen(request, context=self.context, timeout=10) as response:
-                status, payload = response.status, response.read()
-        except urllib.error.HTTPError as error:
-            status, payload = error.code, error.read()
+        status, payload = exchange(urllib.request.Request(self.base + "/" + path, data, headers,
+                                                          method=method), context=self.context)
         return status, (json.loads(payload) if payload else None)
 
     def decide(self, user_code, decision="approve"):
         """The HTTP status of the approval form's answer."""
         form = urllib.parse.urlencode({"user_code": user_code, "decision": decision}).encode()
-        try:
-            with urllib.request.urlopen(f"http://127.0.0.1:{self.approval_port}/device", form,
-                                        timeout=10) as response:
-                return response.status
-        except urllib.error.HTTPError as error:
-            return error.code
+        return exchange(urllib.request.Request(f"http://127.0.0.1:{self.approval_port}/device",
+                                               form))[0]
 
     def today(self, key):
         return self.request("GET", "users/current/statusbar/today",
