@@ -1,11 +1,12 @@
-#include "ApiTestSupport.h"
 #include "api/DeviceAuthorizationClient.h"
 #include "api/DeviceAuthorizationClientError.h"
 #include "api/DeviceAuthorizationTransporting.h"
 #include "api/TodaySummaryClient.h"
 #include "api/TodaySummaryClientError.h"
 #include "api/TodaySummaryTransporting.h"
+#include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
+#include "support/TableRows.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -15,6 +16,8 @@
 namespace {
 
 using ::PrintTo;
+using AsyncTest::failureOf;
+using AsyncTest::outcomeOf;
 
 using Error = DeviceAuthorizationClientError;
 using SummaryError = TodaySummaryClientError;

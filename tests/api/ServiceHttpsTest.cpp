@@ -1,4 +1,3 @@
-#include "ApiTestSupport.h"
 #include "api/DeviceAuthorizationClient.h"
 #include "api/DeviceAuthorizationClientError.h"
 #include "api/EnvironmentCertificateTrust.h"
@@ -7,13 +6,15 @@
 #include "api/TodaySummaryClient.h"
 #include "api/TodaySummaryClientError.h"
 #include "core/TaskHandle.h"
+#include "support/AsyncTest.h"
+#include "support/TableRows.h"
+#include "support/TestFiles.h"
 
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QSaveFile>
 #include <QSslConfiguration>
 #include <QTimer>
@@ -26,6 +27,8 @@
 namespace {
 
 using ::PrintTo;
+using AsyncTest::failureOf;
+using AsyncTest::outcomeOf;
 
 using Result = DeviceAuthorizationPollResult;
 using Error = DeviceAuthorizationClientError;
@@ -35,11 +38,6 @@ const QDateTime now(QDate(2025, 3, 1), QTime(12, 0), Qt::UTC);
 
 QString serverFile(const QString& name) {
     return qEnvironmentVariable("VANTREL_TEST_HTTPS_DIR") + "/" + name;
-}
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 // The base URL of the listener whose certificate the named authority signed.
@@ -132,41 +130,6 @@ TEST_F(ServiceHttpsTest, BothClientsRequestsArriveAsBuilt) {
                        R"({"accept":"application/json","authorization":"Bearer secret-key"} )");
 }
 
-// The development service answers 400 to any request that strays from the wire format, so a
-// whole sign-in through it reads every request the clients build a second time, independently.
-TEST_F(ServiceHttpsTest, TheClientsCompleteASignInWithTheStrictDevelopmentService) {
-    using namespace std::chrono_literals;
-    const QString base =
-        "https://127.0.0.1:" + QString::fromUtf8(readFile(serverFile("dev-service/port"))) +
-        "/api/vantrel/v1";
-    const DeviceAuthorizationSession session = AsyncTest::run(
-        deviceClient.start(base, QUuid::createUuid(), "Anna's \"laptop\" é", "0.6.1", {}));
-    EXPECT_EQ(session.interval, 0.2);
-    AsyncTest::spin(300ms);
-    EXPECT_EQ(outcomeOf<Error>(deviceClient.poll(base, session, {})),
-              (std::variant<Result, Error>(Result::pending(0.2))));
-
-    QNetworkRequest approval(session.verificationURL);
-    approval.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
-    QNetworkReply* approved =
-        manager.post(approval, "decision=approve&user_code=" + session.userCode.toUtf8());
-    ASSERT_TRUE(AsyncTest::waitUntil([approved] { return approved->isFinished(); }));
-    EXPECT_EQ(approved->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
-    approved->deleteLater();
-
-    AsyncTest::spin(300ms);
-    const auto authorized = outcomeOf<Error>(deviceClient.poll(base, session, {}));
-    ASSERT_TRUE(std::holds_alternative<Result>(authorized));
-    ASSERT_EQ(std::get<Result>(authorized).kind(), Result::Kind::authorized);
-    const QString key = std::get<Result>(authorized).apiKey();
-    EXPECT_EQ(AsyncTest::run(summaryClient.fetchTodaySummary(base, key, {})),
-              (TodaySummary{"0 secs", 0}));
-    EXPECT_EQ(failureOf<Error>(deviceClient.revoke(base, key, {})), std::nullopt);
-    EXPECT_EQ(failureOf<Error>(deviceClient.revoke(base, key, {})), Error::requestRejected(401));
-    EXPECT_EQ(failureOf<SummaryError>(summaryClient.fetchTodaySummary(base, key, {})),
-              SummaryError::requestRejected(401));
-}
-
 TEST_F(ServiceHttpsTest, StartWantsA201RevokeA204AndAFailedFetchIsNotDecoded) {
     respond({{"status", 200}, {"body", startAnswer}});
     EXPECT_EQ(failureOf<Error>(deviceClient.start(baseURL("file"), {}, "a", "1", {})),
@@ -227,7 +190,6 @@ INSTANTIATE_TEST_SUITE_P(
     , PollOverHttpsTest,
     testing::ValuesIn(std::vector<PollRow>{
         {"Pending202", 202, said("pending"), Result::pending(5)},
-        {"OwnInterval", 202, said("pending", R"(,"interval":10)"), Result::pending(10)},
         {"SlowDown429", 429, said("slow_down", R"(,"interval":7.5)"), Result::slowDown(7.5)},
         {"Authorized200", 200, said("authorized", R"(,"api_key":"k","extra":[1])"),
          Result::authorized("k")},
@@ -245,9 +207,6 @@ INSTANTIATE_TEST_SUITE_P(
         {"EmptyAPIKey", 200, said("authorized", R"(,"api_key":"")"), invalid},
         {"MissingAPIKey", 200, said("authorized"), invalid},
         {"MissingStatus", 202, R"({"interval":5})", invalid},
-        {"UnusedExpiryAsText", 202, said("pending", R"(,"expires_in":"soon")"), invalid},
-        {"IntervalBeyondADay", 202, said("pending", R"(,"interval":86401)"), invalid},
-        {"IntervalBeyondDouble", 202, said("pending", R"(,"interval":1e400)"), invalid},
         {"ExactlyTheLimit", 202, pendingOfSize(65536), Result::pending(5)},
         {"OneByteOverTheLimit", 202, pendingOfSize(65537), invalid}}),
     rowName);

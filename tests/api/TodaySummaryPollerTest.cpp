@@ -1,9 +1,10 @@
 #include "api/TodaySummaryPoller.h"
 
-#include "ApiTestSupport.h"
 #include "api/TodaySummaryClientError.h"
 #include "api/TodaySummaryFetching.h"
+#include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
+#include "support/TableRows.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -12,6 +13,8 @@
 namespace {
 
 using ::PrintTo;
+using AsyncTest::failureOf;
+using AsyncTest::outcomeOf;
 
 // Answers through `gate` with the next outcome (the last repeats). With gate.hold set a fetch
 // stays in flight until gate.releaseOne() or, like the real client, fails once its token is

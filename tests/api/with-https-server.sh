@@ -1,16 +1,13 @@
 #!/usr/bin/env bash
 # Runs a test executable beside a scriptable HTTPS server on 127.0.0.1 whose certificates come
 # from authorities made for this run only: "file" is signed by the authority SSL_CERT_FILE names,
-# "dir" by one found in SSL_CERT_DIR, "stranger" by one named nowhere. Beside it runs the
-# development service with the "file" certificate, which refuses any request that strays from the
-# wire format (its folder is dev-service/). The executable finds everything under
-# VANTREL_TEST_HTTPS_DIR.
+# "dir" by one found in SSL_CERT_DIR, "stranger" by one named nowhere. The executable finds
+# everything under VANTREL_TEST_HTTPS_DIR.
 set -euo pipefail
 
 work=$(mktemp -d)
-server_pid="" service_pid=""
-trap '{ kill "$server_pid" && wait "$server_pid"; } 2>/dev/null || true
-      { kill "$service_pid" && wait "$service_pid"; } 2>/dev/null || true; rm -rf "$work"' EXIT
+server_pid=""
+trap '{ kill "$server_pid" && wait "$server_pid"; } 2>/dev/null || true; rm -rf "$work"' EXIT
 
 listeners=()
 for name in file dir stranger; do
@@ -29,15 +26,11 @@ cp "$work/dir-ca.pem" "$work/certs/$(openssl x509 -hash -noout -in "$work/dir-ca
 
 python3 "$(dirname "$0")/https_test_server.py" "$work" "${listeners[@]}" &
 server_pid=$!
-"$(dirname "$0")/../../dev/vantrel-dev-service" --dir "$work/dev-service" --interval 0.2 \
-  --cert "$work/file.pem" --key "$work/file.key" &
-service_pid=$!
 for _ in $(seq 300); do
-  [ -f "$work/stranger.port" ] && [ -f "$work/dev-service/port" ] && break
+  [ -f "$work/stranger.port" ] && break
   sleep 0.1
 done
 [ -f "$work/stranger.port" ] || { echo "the test HTTPS server did not start" >&2; exit 1; }
-[ -f "$work/dev-service/port" ] || { echo "the development service did not start" >&2; exit 1; }
 
 export SSL_CERT_FILE="$work/file-ca.pem" SSL_CERT_DIR="$work/certs" VANTREL_TEST_HTTPS_DIR="$work"
 "$@"

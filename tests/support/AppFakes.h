@@ -105,15 +105,10 @@ public:
         starts.append({serverURL, apiKey});
         onUpdate = std::move(callback);
     }
-    void stop() override {
-        ++stops;
-        onUpdate = nullptr;
-    }
-    void refreshNow() override { ++immediateRefreshes; }
+    void stop() override { onUpdate = nullptr; }
+    void refreshNow() override {}
 
     QList<std::pair<QString, QString>> starts;
-    int stops = 0;
-    int immediateRefreshes = 0;
     std::function<void(const TodaySummary&)> onUpdate;
 };
 

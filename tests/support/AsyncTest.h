@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/VantrelError.h"
+
 #include <QCoroTask>
 
 #include <chrono>
@@ -9,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <type_traits>
+#include <variant>
 
 namespace AsyncTest {
 
@@ -52,6 +55,38 @@ T run(QCoro::Task<T>&& task, std::chrono::milliseconds timeout = std::chrono::se
     }
     if constexpr (!std::is_void_v<T>) {
         return std::move(*outcome->value);
+    }
+}
+
+// The error of type `Error` that `task` ends with, or nullopt when it succeeds.
+template <typename Error, typename T>
+std::optional<Error> failureOf(QCoro::Task<T>&& task) {
+    try {
+        run(std::move(task));
+    } catch (const Error& error) {
+        return error;
+    }
+    return std::nullopt;
+}
+
+// The description of the error `task` ends with; empty when it succeeds.
+template <typename T>
+QString errorText(QCoro::Task<T>&& task) {
+    try {
+        run(std::move(task));
+    } catch (const VantrelError& error) {
+        return error.description();
+    }
+    return {};
+}
+
+// The result of `task` or the error of type `Error` it ends with.
+template <typename Error, typename T>
+std::variant<T, Error> outcomeOf(QCoro::Task<T>&& task) {
+    try {
+        return run(std::move(task));
+    } catch (const Error& error) {
+        return error;
     }
 }
 

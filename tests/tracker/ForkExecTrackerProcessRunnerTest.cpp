@@ -2,6 +2,8 @@
 
 #include "StatusDocument.h"
 #include "support/AsyncTest.h"
+#include "support/TableRows.h"
+#include "support/TestFiles.h"
 #include "tracker/ForkExecTrackerProcessHandle.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
@@ -20,20 +22,10 @@
 namespace {
 
 using namespace std::chrono_literals;
+using ::PrintTo;
 
 const QString apiKey = "vk_live_9f3c2a7e41d8";
 const QString exited = "Tracker helper exited with status ";
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString& path, const QByteArray& content) {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(content);
-}
 
 int modeOf(const QString& path) {
     struct stat info {};
@@ -146,14 +138,6 @@ TEST_F(RunnerTest, ReleasedHelpersEndByThemselvesAndAppendToPrivateBoundedLogs) 
     EXPECT_EQ(exits, QList<qint32>(6, 4));
 }
 
-TEST_F(RunnerTest, AHelperKilledByASignalReportsTheSignalNumber) {
-    script("run.record HOME\nrun.hang\n");
-    auto handle = start();
-    ASSERT_EQ(::kill(recordedPid(), SIGKILL), 0);
-    ASSERT_TRUE(waitForExits(1));
-    EXPECT_EQ(exits, QList<qint32>{9});
-}
-
 TEST(ForkExecTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigpipe) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -253,7 +237,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "run.ignore-term\nrun.read-key\nrun.record HOME\nrun.wait-stdin-eof\n", true},
         ParentDeath{"ignoresSigtermAndItsInput", "run.ignore-term\nrun.record HOME\nrun.hang\n",
                     false}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 // In the test's directory: "report", a valid report by tracker "7.1" followed by megabytes of
 // blanks; "flood", megabytes of "x"; "cut", 511 ASCII bytes and "é", which a cut after 512 bytes
@@ -263,10 +247,6 @@ struct StatusCase {
     QByteArray script;
     QString outcome;
 };
-
-void PrintTo(const StatusCase& row, std::ostream* out) {
-    *out << row.name;
-}
 
 class RunnerStatusTest : public RunnerTest, public testing::WithParamInterface<StatusCase> {};
 
@@ -282,9 +262,6 @@ INSTANTIATE_TEST_SUITE_P(
     Outcomes, RunnerStatusTest,
     testing::Values(
         StatusCase{"report", "status.stdout-file HOME/report\n", "version 7.1"},
-        StatusCase{"reportWithMegabytesOnStandardError",
-                   "status.stderr-file HOME/flood\nstatus.stdout-file HOME/report\n",
-                   "version 7.1"},
         StatusCase{"failureWithMessage", "status.stderr no configuration\nstatus.exit 3\n",
                    exited + "3: no configuration\n"},
         StatusCase{"failureDespiteAValidReport", "status.stdout-file HOME/report\nstatus.exit 1\n",
@@ -296,7 +273,7 @@ INSTANTIATE_TEST_SUITE_P(
                    exited + "1: No error output"},
         StatusCase{"undecodableReport", "status.stdout [1, 2]\n",
                    TrackerStatusDecodingError("the document is not a JSON object").description()}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 TEST_F(RunnerTest, AStatusCommandThatNeverEndsLeavesTheGuiThreadRunning) {
     script("status.record HOME\nstatus.hang\n");

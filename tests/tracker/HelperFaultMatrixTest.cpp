@@ -6,6 +6,8 @@
 #include "StatusDocument.h"
 #include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
+#include "support/TableRows.h"
+#include "support/TestFiles.h"
 #include "tracker/ForkExecTrackerProcessRunner.h"
 #include "tracker/TrackerSupervisor.h"
 
@@ -21,12 +23,7 @@
 namespace {
 
 using namespace std::chrono_literals;
-
-void writeFile(const QString& path, const QByteArray& content) {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(content);
-}
+using ::PrintTo;
 
 // How long the event loop went without a turn since construction: by the clock, and counting
 // only the GUI thread's own work. The work is what this code controls; the clock also counts the
@@ -84,10 +81,6 @@ struct Fault {
     bool reportRead = false;
     bool ignoresStop = false;
 };
-
-void PrintTo(const Fault& fault, std::ostream* out) {
-    *out << fault.name;
-}
 
 class HelperFaultMatrix : public testing::TestWithParam<Fault> {
 protected:
@@ -191,6 +184,6 @@ INSTANTIATE_TEST_SUITE_P(
               true},
         Fault{"printsJsonNestedThousandsDeep", runs + "status.stdout-file HOME/nested\n",
               unreadable}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 } // namespace

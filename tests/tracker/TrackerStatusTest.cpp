@@ -2,6 +2,7 @@
 
 #include "StatusDocument.h"
 #include "core/SnakeCaseKeys.h"
+#include "support/TableRows.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
 #include <QJsonDocument>
@@ -9,6 +10,8 @@
 #include <gtest/gtest.h>
 
 namespace {
+
+using ::PrintTo;
 
 QByteArray encoded(const QJsonObject& object) {
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
@@ -75,10 +78,6 @@ struct BadValue {
     QJsonValue value;
 };
 
-void PrintTo(const BadValue& row, std::ostream* out) {
-    *out << row.name;
-}
-
 class TrackerStatusValueRule : public testing::TestWithParam<BadValue> {};
 
 TEST_P(TrackerStatusValueRule, FailsTheWholeDocumentNamingTheField) {
@@ -98,6 +97,6 @@ INSTANTIATE_TEST_SUITE_P(Values, TrackerStatusValueRule,
                                          BadValue{"beyondInt64", "dropped_heartbeats", 1e19},
                                          BadValue{"wrongTypeForOptional",
                                                   "last_successful_upload_count", "many"}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 } // namespace
