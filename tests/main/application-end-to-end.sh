@@ -23,9 +23,8 @@ trap '[ -z "$app_pid" ] || kill -KILL "$app_pid" 2>/dev/null; rm -rf "$work"' EX
 source "$(dirname "$0")/../scripts/checks.sh"
 
 prefix="$work/prefix" config="$HOME/.vantrel/config.toml" record="$work/record"
-mkdir -p "$prefix/bin" "$prefix/libexec/vantrel" "$HOME/.vantrel" "$record"
-cp "$app" "$prefix/bin/vantrel"
-cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker" && cp "$launchctl" "$prefix/libexec/vantrel/"
+mkdir -p "$HOME/.vantrel" "$record"
+install_prefix "$prefix" "$app" "$helper" "$launchctl"
 export XDG_CONFIG_HOME="$HOME/.config" QT_QPA_PLATFORM=offscreen
 
 status_document "$prefix/libexec/vantrel/vantrel-tracker" >"$work/status.json"

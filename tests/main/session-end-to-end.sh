@@ -29,9 +29,8 @@ factor="${VANTREL_TEST_TIMEOUT_FACTOR:-1}"
 
 prefix="$work/prefix" config="$HOME/.vantrel/config.toml" record="$work/record"
 status_record="$work/status-record" https="$VANTREL_TEST_HTTPS_DIR"
-mkdir -p "$prefix/bin" "$prefix/libexec/vantrel" "$HOME/.vantrel" "$record" "$status_record"
-cp "$app" "$prefix/bin/vantrel"
-cp "$helper" "$prefix/libexec/vantrel/vantrel-tracker" && cp "$launchctl" "$prefix/libexec/vantrel/"
+mkdir -p "$HOME/.vantrel" "$record" "$status_record"
+install_prefix "$prefix" "$app" "$helper" "$launchctl"
 export XDG_CONFIG_HOME="$HOME/.config" QT_QPA_PLATFORM=offscreen
 
 /usr/bin/python3 "$here/session_stand_ins.py" "$work" & stand_ins_pid=$!
