@@ -22,16 +22,6 @@ namespace {
 
 const auto rowName = [](const auto& row) { return std::string(row.param.name); };
 
-QStringList visibleButtons(const QWidget& view) {
-    QStringList texts;
-    for (const QAbstractButton* button : view.findChildren<QAbstractButton*>()) {
-        if (button->isVisibleTo(&view)) {
-            texts.append(button->text());
-        }
-    }
-    return texts;
-}
-
 QAbstractButton* button(const QWidget& view, const QString& text) {
     for (QAbstractButton* candidate : view.findChildren<QAbstractButton*>()) {
         if (candidate->text() == text && candidate->isVisibleTo(&view)) {
@@ -260,7 +250,7 @@ TEST_P(PanelAction, clickInThePanelCallsItsOperation) {
     panel.setTrayMode(true);
     panel.present(QRect(400, 300, 1, 1));
     QAbstractButton* control = button(*panel.content(), GetParam().control);
-    ASSERT_NE(control, nullptr) << visibleButtons(*panel.content()).join(", ").toStdString();
+    ASSERT_NE(control, nullptr) << drawnTexts(*panel.content()).join(", ").toStdString();
     QTest::mouseClick(control, Qt::LeftButton);
     EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
     EXPECT_EQ(panel.isVisible(), !GetParam().opensWindow);
