@@ -5,7 +5,6 @@
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${1:-$root/build}"
-cmake --build "$build" --target panel_screenshots window_screenshots
+cmake --build "$build" --target screenshots
 mkdir -p "$root/docs/screenshots"
-"$build/bin/panel_screenshots" "$root/docs/screenshots"
-QT_QPA_PLATFORM=offscreen "$build/bin/window_screenshots" "$root/docs/screenshots"
+"$build/bin/screenshots" "$root/docs/screenshots"

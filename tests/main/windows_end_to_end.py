@@ -12,7 +12,6 @@ import json
 import os
 import re
 import secrets
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -20,7 +19,7 @@ import tempfile
 import dbus
 import pyatspi
 
-from desktop_session import (activate_action, all_names, check, failures, find, press, showing,
+from desktop_session import (HERE, activate_action, all_names, check, failures, find, press, showing,
                              start_tray_host, stop, tray_item, wait_for, window)
 
 HOME = os.environ["HOME"]
@@ -55,54 +54,25 @@ def clipboard():
                           text=True, timeout=5).stdout
 
 
-class Helper:
-    """What the scripted helper recorded of its last launch."""
-
-    def __init__(self, record):
-        self.record = record
-
-    def pid(self):
-        try:
-            return int(read(os.path.join(self.record, "pid")))
-        except (OSError, ValueError):
-            return None
-
-    def key(self):
-        return read(os.path.join(self.record, "key"))
-
-    def relaunched_with(self, previous_pid, key):
-        pid = self.pid()
-        return pid is not None and pid != previous_pid and self.key() == key
+def helper_pid(record):
+    try:
+        return int(read(os.path.join(record, "pid")))
+    except (OSError, ValueError):
+        return None
 
 
-def install(work, binary, helper, launchctl):
-    prefix = os.path.join(work, "prefix")
-    libexec = os.path.join(prefix, "libexec", "vantrel")
-    os.makedirs(os.path.join(prefix, "bin"))
-    os.makedirs(libexec)
-    shutil.copy(binary, os.path.join(prefix, "bin", "vantrel"))
-    shutil.copy(helper, os.path.join(libexec, "vantrel-tracker"))
-    shutil.copy(launchctl, libexec)
-    return os.path.join(prefix, "bin", "vantrel"), os.path.join(libexec, "vantrel-tracker")
+def relaunched_with(record, previous_pid, key):
+    """Whether the scripted helper was launched again since `previous_pid`, with `key` on its
+    standard input."""
+    pid = helper_pid(record)
+    return pid is not None and pid != previous_pid and read(os.path.join(record, "key")) == key
 
 
-def status_document(helper_path):
-    vantrel = os.path.join(HOME, ".vantrel")
-    return json.dumps({
-        "schema_version": 1, "tracker_version": "9.9.9-test", "vantrel_config_path": CONFIG,
-        "vantrel_config_exists": True,
-        "wakatime_compat_config_path": os.path.join(HOME, ".wakatime.cfg"),
-        "wakatime_compat_config_exists": False,
-        "state_path": os.path.join(vantrel, "state.json"), "state_exists": False,
-        "pending_queue_path": os.path.join(vantrel, "queue"), "pending_queue_exists": False,
-        "stdout_log_path": LOGS[0], "stdout_log_exists": True,
-        "stderr_log_path": LOGS[1], "stderr_log_exists": True,
-        "service_definition_path": "", "service_definition_exists": False,
-        "service_state": "supervised", "binary_install_path": helper_path, "authenticated": True,
-        "device_id": "6F9619FF-8B86-D011-B42D-00C04FC964FF", "device_name": "test-machine",
-        "queued_heartbeats": 0, "queued_activity_segments": 0, "dropped_heartbeats": 0,
-        "dropped_activity_segments": 0, "presence_coverage": "full", "presence_reason": "test",
-        "last_successful_upload_at": "2026-11-23T10:00:00Z"})
+def shell(function, *arguments):
+    """A function of the end-to-end scripts' shared checks.sh, run for its output."""
+    script = f'source "{HERE}/../scripts/checks.sh"; {function} "$@"'
+    return subprocess.run(["bash", "-c", script, "bash", *arguments], capture_output=True,
+                          text=True, check=True).stdout
 
 
 def answer(replies):
@@ -147,11 +117,11 @@ def feedback(settings):
 
 
 def main():
-    binary, helper_path = install(tempfile.mkdtemp(prefix="vantrel-windows-"), *sys.argv[1:4])
-    work = tempfile.mkdtemp(prefix="vantrel-windows-run-")
-    record = os.path.join(work, "record")
+    work = tempfile.mkdtemp(prefix="vantrel-windows-")
+    prefix, record = os.path.join(work, "prefix"), os.path.join(work, "record")
     os.makedirs(record)
-    helper = Helper(record)
+    shell("install_prefix", prefix, *sys.argv[1:4])
+    binary = os.path.join(prefix, "bin", "vantrel")
     bus = dbus.SessionBus()
 
     # Distinctive keys: a grep for one of them finds nothing by chance.
@@ -164,7 +134,8 @@ def main():
     service = f"https://127.0.0.1:{port}/api/vantrel/v1"
     self_hosted = "https://tracker.example.test:8443/api/vantrel/v1"
     write(PREFERENCES, f"[General]\nserverURL={service}\n")
-    write(os.path.join(work, "status.json"), status_document(helper_path))
+    write(os.path.join(work, "status.json"),
+          shell("status_document", os.path.join(prefix, "libexec", "vantrel", "vantrel-tracker")))
     # The helper's script lives in the configuration file, where an older installation also
     # left its key.
     write(CONFIG, "\n".join([
@@ -199,8 +170,8 @@ def main():
     with open(output[0], "w") as out, open(output[1], "w") as err:
         app = subprocess.Popen([binary], env=env, stdout=out, stderr=err)
     try:
-        report = run(bus, helper, keys, service, self_hosted, opened, work)
-        exposed = exposed_places(app, helper, report)
+        report = run(bus, record, keys, service, self_hosted, opened, work)
+        exposed = exposed_places(app, record, report)
         activate_action(bus, "quit")
         check("quitting ends the application with status 0", wait_for(lambda: app.poll() == 0))
         for path in output:
@@ -221,25 +192,25 @@ def main():
     return 1 if failures else 0
 
 
-def run(bus, helper, keys, service, self_hosted, opened, work):
+def run(bus, record, keys, service, self_hosted, opened, work):
     legacy_key, device_key, manual_key = keys
 
     # Start-up imports the key that an older installation left behind.
     check("start-up launches the helper with the imported key",
-          wait_for(lambda: helper.pid() and helper.key() == legacy_key))
+          wait_for(lambda: relaunched_with(record, None, legacy_key)))
     check("the imported key is in the keyring", keyring() == legacy_key)
     check("the configuration file keeps the imported key blanked",
           'api_key = ""' in read(CONFIG).splitlines())
 
     # A device sign-in against the stand-in, which authorizes at the first poll.
-    previous = helper.pid()
+    previous = helper_pid(record)
     activate_action(bus, "sign-in")
     check("the sign-in asks the service for a code and polls",
           wait_for(lambda: requests_to("/api/vantrel/v1/device-authorizations/poll")))
     check("the approval page is opened",
           wait_for(lambda: "code=WDJB-MJHT" in read(opened)))
     check("the signed-in key restarts the helper on its standard input",
-          wait_for(lambda: helper.relaunched_with(previous, device_key)))
+          wait_for(lambda: relaunched_with(record, previous, device_key)))
     check("the signed-in key is in the keyring", keyring() == device_key)
 
     # Settings, from the panel's row.
@@ -259,7 +230,7 @@ def run(bus, helper, keys, service, self_hosted, opened, work):
           and wait_for(lambda: showing(find(settings, "API server URL", TEXT_ROLES))))
     check("the URL field shows the current server",
           find(settings, "API server URL", TEXT_ROLES).queryText().getText(0, -1) == service)
-    previous = helper.pid()
+    previous = helper_pid(record)
     check("a server URL and a key are typed",
           set_text(settings, "API server URL", self_hosted + "/")
           and set_text(settings, "Replace API key", f"  {manual_key}\n"))
@@ -269,7 +240,7 @@ def run(bus, helper, keys, service, self_hosted, opened, work):
           press(settings, "Save Changes") and wait_for(lambda: feedback(settings)))
     check("the typed key, trimmed, is in the keyring", keyring() == manual_key)
     check("the helper restarts with the typed key on its standard input",
-          wait_for(lambda: helper.relaunched_with(previous, manual_key)))
+          wait_for(lambda: relaunched_with(record, previous, manual_key)))
     check("the URL is in the preferences",
           re.search(r"^serverURL=" + re.escape(self_hosted) + "$", read(PREFERENCES), re.M))
     check("the URL is the configuration file's api_url",
@@ -290,10 +261,10 @@ def run(bus, helper, keys, service, self_hosted, opened, work):
     return report or ""
 
 
-def exposed_places(app, helper, report):
+def exposed_places(app, record, report):
     """Everything the key must never reach, read while the application and helper still run."""
     places = {}
-    for who, pid in (("application", app.pid), ("helper", helper.pid())):
+    for who, pid in (("application", app.pid), ("helper", helper_pid(record))):
         for part in ("cmdline", "environ"):
             try:
                 places[f"the {who}'s {part}"] = read(f"/proc/{pid}/{part}", "rb")

@@ -22,6 +22,13 @@ wait_for() {
     done
 }
 
+# install_prefix <prefix> <vantrel> <helper> <vantrel-launchctl>: the application installed as the
+# package lays it out, with the scripted helper and the launchctl substitute in its libexec.
+install_prefix() {
+    mkdir -p "$1/bin" "$1/libexec/vantrel"
+    cp "$2" "$1/bin/vantrel" && cp "$3" "$1/libexec/vantrel/vantrel-tracker" && cp "$4" "$1/libexec/vantrel/"
+}
+
 # status_document <helper path>: the report of a healthy, signed-in helper whose files are under
 # $HOME/.vantrel, for the scripted helper's status command to print.
 status_document() {

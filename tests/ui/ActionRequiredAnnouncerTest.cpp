@@ -4,8 +4,6 @@
 #include "system/SessionResumeWatching.h"
 
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -20,17 +18,17 @@ public:
     QStringList log;
 };
 
-const std::string crash = "show Action required / Tracker stopped after repeated crashes. / ";
-const std::string rejected = "show Action required / The API key was rejected. / ";
-const std::string retry = "Retry Tracker";
-const std::string signInAgain = "Sign In Again";
+const QString crash = "show Action required / Tracker stopped after repeated crashes. / ";
+const QString rejected = "show Action required / The API key was rejected. / ";
+const QString retry = "Retry Tracker";
+const QString signInAgain = "Sign In Again";
 
 // Steps, played on virtual time after a sign-in: "quiet" ends the pending quiet time, "wake"
 // resumes from sleep, "press" is the notice's button; the rest change the health.
 struct Row {
     const char* name;
-    std::vector<std::string> steps;
-    std::vector<std::string> expected;
+    QStringList steps;
+    QStringList expected;
 };
 
 class ActionRequiredNotice : public ::testing::TestWithParam<Row> {};
@@ -48,8 +46,7 @@ TEST_P(ActionRequiredNotice, followsTheHealthAsTheTableSays) {
     ActionRequiredAnnouncer announcer(*fixture.state, supervisor, notifier, quietTime, session);
 
     const qsizetype startsBefore = supervisor.starts.size();
-    for (const std::string& text : GetParam().steps) {
-        const QString step = QString::fromStdString(text);
+    for (const QString& step : GetParam().steps) {
         if (step == QLatin1String("quiet")) {
             quietTime.releaseOne();
             notifier.log.append(QStringLiteral("quiet ends"));
@@ -74,11 +71,7 @@ TEST_P(ActionRequiredNotice, followsTheHealthAsTheTableSays) {
         }
         AsyncTest::spin();
     }
-    QStringList expected;
-    for (const std::string& entry : GetParam().expected) {
-        expected.append(QString::fromStdString(entry));
-    }
-    EXPECT_EQ(notifier.log, expected);
+    EXPECT_EQ(notifier.log, GetParam().expected);
     EXPECT_EQ(quietTime.requested.value(0), 30);
 }
 

@@ -1,11 +1,8 @@
 #include "support/AsyncTest.h"
 #include "ui/DesktopServicesWorkspace.h"
-#include "ui/QClipboardWriter.h"
 
-#include <QClipboard>
 #include <QDBusConnection>
 #include <QDesktopServices>
-#include <QGuiApplication>
 
 #include <gtest/gtest.h>
 
@@ -53,12 +50,6 @@ TEST(DesktopServicesWorkspace, AsksTheFileManagerToSelectTheFilesElseOpensTheirF
                                           "file:///home/a/my%20logs/stderr.log"}));
     EXPECT_EQ(catcher.opened.size(), 1);
     QDesktopServices::unsetUrlHandler("file");
-}
-
-TEST(QClipboardWriter, ReplacesTheClipboardWithPlainText) {
-    QGuiApplication::clipboard()->setText("old contents");
-    QClipboardWriter().setText("Vantrel diagnostics\nState: Tracking");
-    EXPECT_EQ(QGuiApplication::clipboard()->text(), "Vantrel diagnostics\nState: Tracking");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "support/AppFakes.h"
 #include "support/AsyncTest.h"
+#include "ui/SymbolIcon.h"
 
 #include <QGridLayout>
 #include <QLabel>
@@ -53,6 +54,11 @@ struct DiagnosticsScene {
             window.findChild<QGridLayout*>()->itemAtPosition(row, 1)->widget());
     }
     QLabel* error() { return window.findChild<QLabel*>("error"); }
+    bool showsSymbol(const QString& name) {
+        const QPixmap expected = SymbolIcon::pixmap(
+            name, window.palette().color(QPalette::WindowText), 28, window.devicePixelRatioF());
+        return window.findChild<QLabel*>("healthIcon")->pixmap().toImage() == expected.toImage();
+    }
     void click(const QString& text) {
         for (auto* button : window.findChildren<QPushButton*>()) {
             if (button->text() == text) {
@@ -69,31 +75,56 @@ struct DiagnosticsScene {
     DiagnosticsWindow window;
 };
 
-TEST(DiagnosticsWindow, ShowsTheTwelveRowsLiveAndOnlyTheSupervisorsError) {
+TEST(DiagnosticsWindow, ShowsEveryRowLiveTheHealthAndTheSupervisorsErrorFirst) {
     DiagnosticsScene scene;
     scene.window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&scene.window));
     EXPECT_EQ(scene.window.windowTitle(), "Vantrel Diagnostics");
     EXPECT_EQ(scene.window.size(), QSize(560, 480));
-    const QStringList empty = scene.rows();
-    ASSERT_EQ(empty.size(), 12);
-    EXPECT_EQ(empty[3], "Tracker version: Unknown");
-    EXPECT_EQ(empty[10], "Last successful sync: Never");
+    EXPECT_EQ(scene.rows(), QStringList({"App version: development (0)", "State: Connecting",
+                                         "Helper: Running", "Tracker version: Unknown",
+                                         "Device identity: Unknown", "Queued heartbeats: 0",
+                                         "Queued focus segments: 0", "Dropped heartbeats: 0",
+                                         "Dropped focus segments: 0", "Presence coverage: Unknown",
+                                         "Last successful sync: Never", "Last error kind: None"}));
+    EXPECT_TRUE(scene.showsSymbol("arrow.triangle.2.circlepath"));
     EXPECT_FALSE(scene.error()->isVisible());
     scene.value(0)->setSelection(0, 3); // the user is copying the app version
 
+    // A stale report is shown as received beside a stopped helper.
     TrackerStatus status = sampleTrackerStatus();
     status.queuedHeartbeats = 1234567;
+    status.queuedActivitySegments = 12;
+    status.droppedHeartbeats = 3;
+    status.droppedActivitySegments = 4;
+    status.lastSuccessfulUploadAt = "2026-05-01T09:58:07.250+02:00";
+    status.lastUploadErrorKind = "network";
     scene.harness.supervisor.setTrackerStatus(status);
+    scene.harness.supervisor.setHelperRunning(false);
+    EXPECT_EQ(scene.rows().mid(1),
+              QStringList({"State: Connecting", "Helper: Stopped", "Tracker version: 2.3.0",
+                           "Device identity: 6F9619FF-8B86-D011-B42D-00C04FC964FF",
+                           "Queued heartbeats: 1234567", "Queued focus segments: 12",
+                           "Dropped heartbeats: 3", "Dropped focus segments: 4",
+                           "Presence coverage: full",
+                           "Last successful sync: 2026-05-01T09:58:07.250+02:00",
+                           "Last error kind: network"}));
+    status.lastSuccessfulUploadAt.reset();
+    scene.harness.supervisor.setTrackerStatus(status);
+    EXPECT_EQ(scene.rows()[10], "Last successful sync: Never");
+
+    // Action required without its message; the supervisor's error before the presented one.
+    scene.harness.supervisor.setCrashLocked(true);
     scene.harness.supervisor.setLastError("Tracker helper exited with status 3.");
     scene.harness.installation.helper.reset();
-    scene.state->startTracker("vk_live_1");
-
-    const QStringList filled = scene.rows();
-    EXPECT_EQ(filled[3], "Tracker version: 2.3.0");
-    EXPECT_EQ(filled[5], "Queued heartbeats: 1234567");
+    scene.state->startTracker("vk_live_1"); // presents the helper-missing message
+    ASSERT_TRUE(scene.state->presentedError().has_value());
+    EXPECT_EQ(scene.rows()[1], "State: Action required");
+    EXPECT_TRUE(scene.showsSymbol("exclamationmark.triangle.fill"));
     EXPECT_TRUE(scene.error()->isVisible());
     EXPECT_EQ(scene.error()->text(), "Tracker helper exited with status 3.");
+    scene.harness.supervisor.setLastError(std::nullopt);
+    EXPECT_EQ(scene.error()->text(), scene.state->presentedError());
     EXPECT_EQ(scene.value(0)->selectedText().size(), 3)
         << "a value that stayed keeps its selection";
 }

@@ -8,7 +8,6 @@
 
 namespace {
 
-using Group = MenuBarPresenter::PrimaryGroup;
 const auto rowName = [](const auto& row) { return std::string(row.param.name); };
 const QDateTime uploadedAt(QDate(2024, 5, 1), QTime(10, 0), Qt::UTC);
 
@@ -117,90 +116,6 @@ INSTANTIATE_TEST_SUITE_P(AcrossTheHourAndPastExpiry, Countdown,
                                            CountdownRow{"countsUpPastAnHour", -3'725'000,
                                                         "1:02:05"}),
                          rowName);
-
-// What the panel shows in each state the application can be in.
-struct StateRow {
-    const char* name;
-    std::function<void(PanelFixture&)> arrange;
-    const char* title;
-    Group group;
-    const char* signInTitle;
-    bool retry;
-    bool signOut;
-    std::optional<QString> today;
-    bool code;
-    std::optional<QString> healthMessage;
-};
-
-class PanelState : public ::testing::TestWithParam<StateRow> {};
-
-TEST_P(PanelState, showsItsConditionsAndOnePrimaryGroup) {
-    PanelFixture fixture;
-    GetParam().arrange(fixture);
-    const MenuBarPresenter& presenter = *fixture.presenter;
-    EXPECT_EQ(presenter.headerTitle(), GetParam().title);
-    EXPECT_EQ(presenter.primaryGroup(), GetParam().group);
-    EXPECT_EQ(presenter.signInTitle(), GetParam().signInTitle);
-    EXPECT_EQ(presenter.showsRetryTracker(), GetParam().retry);
-    EXPECT_EQ(presenter.showsSignOut(), GetParam().signOut);
-    EXPECT_EQ(presenter.todayValue(), GetParam().today);
-    EXPECT_EQ(presenter.confirmationCode().has_value(), GetParam().code);
-    EXPECT_EQ(presenter.expiryCountdown().has_value(), GetParam().code);
-    EXPECT_EQ(presenter.healthMessage(), GetParam().healthMessage);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    States, PanelState,
-    ::testing::Values(
-        StateRow{"signedOut", [](PanelFixture&) {}, "Sign in required", Group::signIn, "Sign In",
-                 false, false, std::nullopt, false, std::nullopt},
-        StateRow{"signedInWithoutSummary", [](PanelFixture& f) { f.signIn(); }, "Connecting",
-                 Group::signedIn, "Sign In Again", false, true, "—", false, std::nullopt},
-        StateRow{"tracking",
-                 [](PanelFixture& f) {
-                     f.signIn();
-                     f.harness.supervisor.setHelperRunning(true);
-                     f.reportStatus([](TrackerStatus& s) {
-                         s.lastSuccessfulUploadAt = "2024-05-01T09:59:00Z";
-                     });
-                     f.harness.poller.onUpdate(TodaySummary{"1 hr 5 mins", 3900});
-                 },
-                 "Tracking", Group::signedIn, "Sign In Again", false, true, "1 hr 5 mins", false,
-                 std::nullopt},
-        StateRow{"keyRejected",
-                 [](PanelFixture& f) {
-                     f.signIn();
-                     f.harness.supervisor.setHelperRunning(true);
-                     f.reportStatus(
-                         [](TrackerStatus& s) { s.lastUploadErrorKind = "unauthorized"; });
-                 },
-                 "Action required", Group::signIn, "Sign In Again", false, true, "—", false,
-                 "The API key was rejected."},
-        StateRow{"crashLocked",
-                 [](PanelFixture& f) {
-                     f.signIn();
-                     f.harness.supervisor.setCrashLocked(true);
-                 },
-                 "Action required", Group::signedIn, "Sign In Again", true, true, "—", false,
-                 "Tracker stopped after repeated crashes."},
-        StateRow{"helperFailed",
-                 [](PanelFixture& f) {
-                     f.signIn();
-                     f.harness.supervisor.setLastError(QString("exited with status 3"));
-                 },
-                 "Connecting", Group::signedIn, "Sign In Again", true, true, "—", false,
-                 std::nullopt},
-        StateRow{"signingInWithoutACodeYet",
-                 [](PanelFixture& f) {
-                     f.harness.authorizer.startOutcomes.push_back(DeviceAuthorizationSession{});
-                     f.state->beginDeviceAuthorization();
-                 },
-                 "Connecting", Group::authorizing, "Sign In", false, true, std::nullopt, false,
-                 std::nullopt},
-        StateRow{"signingInWithACode", [](PanelFixture& f) { f.beginSignInWithCode(); },
-                 "Connecting", Group::authorizing, "Sign In", false, true, std::nullopt, true,
-                 std::nullopt}),
-    rowName);
 
 TEST(PanelLastSync, agesOnItsTimelineOnlyWhileShown) {
     PanelFixture fixture;

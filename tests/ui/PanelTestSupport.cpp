@@ -1,5 +1,32 @@
 #include "PanelTestSupport.h"
 
+#include <QAbstractButton>
+#include <QLabel>
+
+#include <gtest/gtest.h>
+
+QStringList drawnTexts(const QWidget& root) {
+    QList<std::pair<QPoint, QString>> found;
+    for (const QWidget* widget : root.findChildren<QWidget*>()) {
+        const auto* label = qobject_cast<const QLabel*>(widget);
+        const auto* button = qobject_cast<const QAbstractButton*>(widget);
+        const QString text = label ? label->text() : button ? button->text() : QString();
+        if (!text.isEmpty() && widget->isVisibleTo(&root)) {
+            const QRect rect(widget->mapTo(&root, QPoint(0, 0)), widget->size());
+            EXPECT_TRUE(!rect.isEmpty() && root.rect().contains(rect)) << text.toStdString();
+            found.append({rect.topLeft(), widget->isEnabled() ? text : "[" + text + "]"});
+        }
+    }
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+        return std::pair(a.first.y(), a.first.x()) < std::pair(b.first.y(), b.first.x());
+    });
+    QStringList texts;
+    for (const auto& entry : found) {
+        texts.append(entry.second);
+    }
+    return texts;
+}
+
 PanelFixture::PanelFixture() {
     harness.now = now;
     harness.supervisor.statusOnRefresh = sampleTrackerStatus();

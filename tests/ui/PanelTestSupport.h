@@ -26,6 +26,11 @@ public:
     bool active = false;
 };
 
+// A shown window as the user reads it, top to bottom and left to right: every visible text and
+// button title (a disabled one in brackets), each checked to be drawn inside `root`. A widget left
+// out of its layout sits in the top-left corner, out of its order.
+QStringList drawnTexts(const QWidget& root);
+
 // One AppState over fakes, with a presenter on virtual time: `now` moves only when a test moves
 // it. Scenarios bring the state to where a test needs it through the application's own
 // operations.

@@ -1,10 +1,10 @@
 #include "ui/SettingsWindow.h"
 
-#include "support/AppFakes.h"
-#include "support/AsyncTest.h"
+#include "PanelTestSupport.h"
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -144,6 +144,77 @@ TEST(SettingsWindow, AWindowMadeAfreshTakesOverTheTypedKeyAndTheOpenSection) {
     EXPECT_TRUE(second.findChild<QLineEdit*>("apiKey")->isVisible());
     EXPECT_EQ(second.findChild<QLineEdit*>("apiKey")->text(), "vk_typed");
     EXPECT_EQ(second.findChild<QLineEdit*>("serverURL")->text(), state->serverURL());
+}
+
+// The Connection section, drawn, in each state: what it says, the sign-in it offers and the key
+// field's title. The window is made first, so each change must reach it.
+struct ConditionRow {
+    const char* name;
+    std::function<void(AppHarness&, AppState&)> arrange;
+    QStringList connection;
+};
+
+class SettingsConditions : public ::testing::TestWithParam<ConditionRow> {};
+
+TEST_P(SettingsConditions, drawTheDescriptionSignInAndKeyTitleForTheState) {
+    SettingsScene scene(false);
+    scene.expandAdvanced();
+    scene.showAndSettle();
+    GetParam().arrange(scene.harness, *scene.state);
+    EXPECT_EQ(drawnTexts(*scene.window.findChild<QGroupBox*>()), GetParam().connection);
+    // A sign-in begun here fails on its own once the status read returns (no device identity).
+    EXPECT_TRUE(AsyncTest::waitUntil([&] { return !scene.state->isAuthorizingDevice(); }));
+}
+
+const QString signedOutText =
+    "Sign in through the browser to connect this Mac without copying an API key.";
+const QString authorizedText = "This Mac is authorized. Its credential is stored only in Keychain.";
+const QString manualCaption = "Manual keys remain available for self-hosted and Waka-compatible "
+                              "setups. Saving restarts the local tracker safely.";
+
+void signIn(AppHarness& harness, AppState& state) {
+    harness.credentials.stored = "vk_live_1";
+    AsyncTest::run(state.start());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    States, SettingsConditions,
+    ::testing::Values(
+        ConditionRow{"signedOut",
+                     [](AppHarness&, AppState&) {},
+                     {signedOutText, "Sign In in Browser", "Advanced connection settings",
+                      "API server URL", "API key", manualCaption}},
+        ConditionRow{"signingIn",
+                     [](AppHarness& harness, AppState& state) {
+                         TrackerStatus withoutIdentity = sampleTrackerStatus();
+                         withoutIdentity.deviceId = "unknown";
+                         harness.supervisor.statusOnRefresh = withoutIdentity;
+                         state.beginDeviceAuthorization();
+                     },
+                     {signedOutText, "[Signing In\u2026]", "Advanced connection settings",
+                      "API server URL", "API key", manualCaption}},
+        ConditionRow{"signedIn",
+                     signIn,
+                     {authorizedText, "Advanced connection settings", "API server URL",
+                      "Replace API key", manualCaption}},
+        ConditionRow{"keyRejected",
+                     [](AppHarness& harness, AppState& state) {
+                         signIn(harness, state);
+                         TrackerStatus status = sampleTrackerStatus();
+                         status.lastUploadErrorKind = "unauthorized";
+                         harness.supervisor.setTrackerStatus(status);
+                     },
+                     {authorizedText, "Sign In in Browser", "Advanced connection settings",
+                      "API server URL", "Replace API key", manualCaption}}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(SettingsWindow, PrivacyAndSupportOpenTheirPages) {
+    SettingsScene scene(false);
+    scene.button("Privacy")->click();
+    scene.button("Support")->click();
+    ASSERT_EQ(scene.harness.workspace.opened.size(), 2);
+    EXPECT_EQ(scene.harness.workspace.opened[0].path(), "/privacy/");
+    EXPECT_EQ(scene.harness.workspace.opened[1].path(), "/");
 }
 
 } // namespace

@@ -68,11 +68,6 @@ TEST(SymbolIcon, rendersEverySymbolInTheTintAtTheRequestedScale) {
     }
 }
 
-TEST(SymbolIcon, answersNothingForAnUnknownName) {
-    EXPECT_TRUE(SymbolIcon::pixmap("no.such.symbol", Qt::red, 16, 1.0).isNull());
-    EXPECT_TRUE(SymbolIcon::icon("no.such.symbol", Qt::red).isNull());
-}
-
 TEST(HealthAppearance, everyStateHasItsOwnDrawnSymbolAndAVisibleColour) {
     QPalette palette;
     palette.setColor(QPalette::PlaceholderText, QColor(1, 2, 3));

@@ -1,19 +1,19 @@
 #include "ui/TrayMenuPresenter.h"
 
 #include "PanelTestSupport.h"
+#include "ui/TrayMenu.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-// Disabled lines in brackets, separators as "-".
-QStringList shown(const TrayMenuPresenter& menu) {
+// The menu as the tray shows it: disabled lines in brackets, separators as "-".
+QStringList shown(const QMenu& menu) {
     QStringList result;
-    for (const auto& entry : menu.entries()) {
-        using Kind = TrayMenuPresenter::Kind;
-        result.append(entry.kind == Kind::separator ? QString("-")
-                      : entry.kind == Kind::text    ? "[" + entry.label + "]"
-                                                    : entry.label);
+    for (const QAction* action : menu.actions()) {
+        result.append(action->isSeparator() ? QString("-")
+                      : action->isEnabled() ? action->text()
+                                            : "[" + action->text() + "]");
     }
     return result;
 }
@@ -25,6 +25,7 @@ struct MenuFixture : PanelFixture {
                                menuTicker = ticker.get();
                                return ticker;
                            }};
+    TrayMenu view{menu};
 };
 
 struct MenuRow {
@@ -38,7 +39,7 @@ class TrayMenuState : public ::testing::TestWithParam<MenuRow> {};
 TEST_P(TrayMenuState, carriesTheStateAndEveryActionOfThePanel) {
     MenuFixture fixture;
     GetParam().arrange(fixture);
-    EXPECT_EQ(shown(fixture.menu), GetParam().entries);
+    EXPECT_EQ(shown(fixture.view), GetParam().entries);
 }
 
 const QStringList actions{"-", "Settings…", "Diagnostics…", "Sign Out", "-", "Quit Vantrel"};
@@ -86,12 +87,12 @@ TEST(TrayMenu, keepsTheCountdownCurrentAndPerformsOnlyWhatItOffers) {
     fixture.now = fixture.now.addSecs(2);
     fixture.menuTicker->fire();
     EXPECT_EQ(changes, 1);
-    EXPECT_TRUE(shown(fixture.menu).contains("[Expires in 14:58]"));
+    EXPECT_TRUE(shown(fixture.view).contains("[Expires in 14:58]"));
 
     fixture.menu.trigger("cancel-sign-in");
     AsyncTest::waitUntil([&] { return !fixture.state->deviceAuthorizationCode(); });
     EXPECT_FALSE(fixture.menuTicker->active);
-    EXPECT_TRUE(shown(fixture.menu).contains("Sign In"));
+    EXPECT_TRUE(shown(fixture.view).contains("Sign In"));
 }
 
 } // namespace
