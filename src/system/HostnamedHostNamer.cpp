@@ -1,7 +1,7 @@
 #include "system/HostnamedHostNamer.h"
 
 #include <QDBusConnection>
-#include <QDBusInterface>
+#include <QDBusMessage>
 #include <QDBusReply>
 #include <QFile>
 #include <QSysInfo>
@@ -12,14 +12,15 @@ HostnamedHostNamer::HostnamedHostNamer(QString machineInfoPath)
 std::optional<QString> HostnamedHostNamer::localizedName() const {
     QDBusConnection bus = QDBusConnection::systemBus();
     if (bus.isConnected()) {
-        QDBusInterface hostnamed(QStringLiteral("org.freedesktop.hostname1"),
-                                 QStringLiteral("/org/freedesktop/hostname1"),
-                                 QStringLiteral("org.freedesktop.DBus.Properties"), bus);
-        // Short: this runs on the GUI thread when a helper starts; the file below is the fallback.
-        hostnamed.setTimeout(500);
-        const QDBusReply<QVariant> reply =
-            hostnamed.call(QStringLiteral("Get"), QStringLiteral("org.freedesktop.hostname1"),
-                           QStringLiteral("PrettyHostname"));
+        // A bare message rather than a QDBusInterface, whose constructor introspects the service
+        // without a bound of ours. Short: this runs on the GUI thread when a helper starts; the
+        // file below is the fallback.
+        QDBusMessage get = QDBusMessage::createMethodCall(
+            QStringLiteral("org.freedesktop.hostname1"),
+            QStringLiteral("/org/freedesktop/hostname1"),
+            QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+        get << QStringLiteral("org.freedesktop.hostname1") << QStringLiteral("PrettyHostname");
+        const QDBusReply<QVariant> reply = bus.call(get, QDBus::Block, 500);
         if (reply.isValid()) {
             const QString pretty = reply.value().toString().trimmed();
             if (!pretty.isEmpty()) {
