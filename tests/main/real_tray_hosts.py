@@ -188,6 +188,7 @@ def run_trayer(binary, home, log_path):
                   icon is not None and delay <= ICON_DELAY)
             window_shown("trayer", "the window goes once the icon is there", False)
             if icon:
+                time.sleep(1)  # docked is not yet drawn: the embedded window maps after the dock
                 clicking_opens_the_panel_beside(icon[2:], "trayer")
         finally:
             stop(app, tray)
