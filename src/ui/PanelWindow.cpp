@@ -18,12 +18,12 @@ PanelWindow::PanelWindow(ContentFactory makeContent, QWidget* parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSizeConstraint(QLayout::SetFixedSize);
     applyWindowFlags();
-    connect(qApp, &QGuiApplication::applicationStateChanged, this,
-            [this](Qt::ApplicationState state) {
-                if (m_trayMode && state != Qt::ApplicationActive && isVisible()) {
-                    hideAutomatically();
-                }
-            });
+    connect(
+        qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState state) {
+            if (m_trayMode && state != Qt::ApplicationActive && isVisible() && m_activeSinceShown) {
+                hideAutomatically();
+            }
+        });
 }
 
 void PanelWindow::setTrayMode(bool trayMode) {
@@ -96,6 +96,18 @@ void PanelWindow::hideEvent(QHideEvent* event) {
         layout()->removeWidget(content);
         content->hide();
         content->deleteLater();
+    }
+}
+
+void PanelWindow::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    m_activeSinceShown = isActiveWindow();
+}
+
+void PanelWindow::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange && isActiveWindow()) {
+        m_activeSinceShown = true;
     }
 }
 

@@ -51,6 +51,8 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
     void hideEvent(QHideEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     void makeContent();
@@ -66,4 +68,7 @@ private:
     // rows) and is placed again each time.
     QRect m_anchor;
     QElapsedTimer m_sinceAutomaticHide;
+    // A deactivation counts only once the panel shown has had the focus: the one a hidden panel or
+    // window caused may arrive after the panel was shown again, and would close it at once.
+    bool m_activeSinceShown = false;
 };
