@@ -1,5 +1,7 @@
 #include "ui/DBusMenuExporter.h"
 
+#include "ui/DBusPropertiesAnswer.h"
+
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusMetaType>
@@ -91,8 +93,6 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, MenuLayout& layou
     return argument;
 }
 
-const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
-
 } // namespace
 
 DBusMenuExporter::DBusMenuExporter(TrayMenuPresenter& presenter, QDBusConnection connection,
@@ -174,24 +174,16 @@ QString DBusMenuExporter::introspect(const QString&) const {
 bool DBusMenuExporter::handleMessage(const QDBusMessage& message, const QDBusConnection&) {
     const QString member = message.member();
     const QVariantList arguments = message.arguments();
-    if (message.interface() == propertiesInterface) {
-        const QVariantMap properties{
-            {QStringLiteral("Version"), 3U},
-            {QStringLiteral("TextDirection"), QStringLiteral("ltr")},
-            {QStringLiteral("Status"), QStringLiteral("normal")},
-            {QStringLiteral("IconThemePath"), QStringList()},
-        };
-        if (member == QLatin1String("GetAll")) {
-            reply(message, {properties});
-            return true;
-        }
-        if (member == QLatin1String("Get") && arguments.size() == 2 &&
-            properties.contains(arguments[1].toString())) {
-            reply(message,
-                  {QVariant::fromValue(QDBusVariant(properties.value(arguments[1].toString())))});
-            return true;
-        }
-        return false;
+    if (message.interface() == DBusPropertiesAnswer::interfaceName) {
+        return DBusPropertiesAnswer::answer(
+            message,
+            {
+                {QStringLiteral("Version"), 3U},
+                {QStringLiteral("TextDirection"), QStringLiteral("ltr")},
+                {QStringLiteral("Status"), QStringLiteral("normal")},
+                {QStringLiteral("IconThemePath"), QStringList()},
+            },
+            m_connection);
     }
     if (member == QLatin1String("GetLayout") && arguments.size() == 3) {
         const int parent = arguments[0].toInt();

@@ -1,6 +1,7 @@
 #include "ui/StatusNotifierItem.h"
 
 #include "ui/DBusMenuExporter.h"
+#include "ui/DBusPropertiesAnswer.h"
 #include "ui/TrayIconArtwork.h"
 #include "ui/TrayIconPresenter.h"
 
@@ -69,7 +70,6 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, ToolTip& toolTip)
 }
 
 const QString itemInterface = QStringLiteral("org.kde.StatusNotifierItem");
-const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
 
 IconPixmap pixmapOf(const QImage& image) {
     const QImage straight = image.convertToFormat(QImage::Format_ARGB32);
@@ -155,19 +155,8 @@ QString StatusNotifierItem::introspect(const QString&) const {
 bool StatusNotifierItem::handleMessage(const QDBusMessage& message, const QDBusConnection&) {
     const QString member = message.member();
     const QVariantList arguments = message.arguments();
-    if (message.interface() == propertiesInterface) {
-        const QVariantMap all = properties();
-        if (member == QLatin1String("GetAll")) {
-            m_connection.send(message.createReply(QVariantList{all}));
-            return true;
-        }
-        if (member == QLatin1String("Get") && arguments.size() == 2 &&
-            all.contains(arguments[1].toString())) {
-            m_connection.send(message.createReply(
-                {QVariant::fromValue(QDBusVariant(all.value(arguments[1].toString())))}));
-            return true;
-        }
-        return false;
+    if (message.interface() == DBusPropertiesAnswer::interfaceName) {
+        return DBusPropertiesAnswer::answer(message, properties(), m_connection);
     }
     if (!message.interface().isEmpty() && message.interface() != itemInterface) {
         return false;
