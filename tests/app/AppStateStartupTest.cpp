@@ -252,6 +252,9 @@ TEST_P(AppStateSignOut, StopsTrackingAndForgetsAndRevokesWhatItCan) {
     harness.defaults.values["serverURL"] = row.serverURL;
     auto state = harness.make(false);
     state->startTracker("key-1");
+    if (harness.poller.onUpdate) { // no total is fetched from a server URL that does not parse
+        harness.poller.onUpdate({"2 hrs", 7200});
+    }
     harness.credentials.failDelete = row.deleteFails;
 
     AsyncTest::run(state->signOut());
@@ -261,6 +264,7 @@ TEST_P(AppStateSignOut, StopsTrackingAndForgetsAndRevokesWhatItCan) {
     EXPECT_EQ(state->presentedError().has_value(), row.deleteFails.has_value());
     EXPECT_EQ(harness.supervisor.stops, QList<bool>{true});
     EXPECT_FALSE(harness.poller.onUpdate) << "the total stopped";
+    EXPECT_FALSE(state->todaySummary()) << "a kept key must not keep showing the old total";
     const QList<Pair> revoked{{row.serverURL, "key-1"}};
     EXPECT_EQ(harness.authorizer.revokes, row.revokes ? revoked : QList<Pair>());
 }
