@@ -23,7 +23,8 @@ import dbus
 import pyatspi
 
 import desktop_session
-from desktop_session import failures, showing, start_app, stop, wait_for, window
+from desktop_session import (TIMEOUT, failures, find, menu_entries, press, showing, start_app,
+                             stop, tray_item, wait_for, window)
 
 WATCHER = "org.kde.StatusNotifierWatcher"
 XFCONFD = "/usr/lib/x86_64-linux-gnu/xfce4/xfconf/xfconfd"
@@ -122,6 +123,36 @@ def our_items(bus):
     return [str(item) for item in items]
 
 
+def what_the_tray_offers(bus, binary, home, app, centre):
+    """The item, its panel and its menu as the host sees them, and a second start."""
+    item = our_items(bus)[-1]
+    check("xfce: the item draws its own icon at several sizes",
+          len(tray_item(bus, item).get_dbus_method("Get", dbus.PROPERTIES_IFACE)(
+              "org.kde.StatusNotifierItem", "IconPixmap")) >= 4)
+    click(*centre)
+    panel = wait_for(lambda: showing(window("Vantrel")) and window("Vantrel"), 5 * FACTOR)
+    check("xfce: the panel offers Sign In",
+          panel and find(panel, "Sign In", (pyatspi.ROLE_PUSH_BUTTON,)))
+    check("xfce: Diagnostics… opens the Diagnostics window",
+          panel and press(panel, "Diagnostics…")
+          and wait_for(lambda: showing(window("Vantrel Diagnostics"))))
+    check("xfce: the panel makes way for it", wait_for(lambda: not showing(window("Vantrel"))))
+
+    second = start_app(binary, home)
+    check("xfce: a second start exits at once with status 0", second.wait(TIMEOUT) == 0)
+    check("xfce: a second start opens the panel of the first",
+          wait_for(lambda: showing(window("Vantrel"))))
+    check("xfce: the first copy keeps running", app.poll() is None)
+
+    menu, entries = menu_entries(bus, item)
+    check(f"xfce: the menu carries the state and every action of it ({list(entries)})",
+          list(entries) == ["Sign in required", "Sign In", "Settings…", "Diagnostics…",
+                            "Quit Vantrel"])
+    menu.Event(entries["Settings…"], "clicked", dbus.String("", variant_level=1), 0)
+    check("xfce: Settings… in the menu opens the Settings window",
+          wait_for(lambda: showing(window("Vantrel Settings"))))
+
+
 def start_xfce_panel(bus, before):
     """Starts the panel; returns it and how long after its tray appeared our item registered."""
     panel = subprocess.Popen(["xfce4-panel", "--disable-wm-check"], stdout=subprocess.DEVNULL,
@@ -157,6 +188,7 @@ def run_xfce(binary, home, log_path):
                                          and w[2:4] == (0, 0) and w[4] > 100), None))
             icon = (0, 0, bar[5], bar[5]) if bar else (0, 0, 30, 30)
             clicking_opens_the_panel_beside(icon, "xfce")
+            what_the_tray_offers(bus, binary, home, app, (icon[0] + icon[2] // 2, icon[1] + icon[3] // 2))
 
             before = set(our_items(bus))
             stop(panel)
@@ -165,6 +197,10 @@ def run_xfce(binary, home, log_path):
             check(f"xfce: a restarted panel shows our item within a second ({delay})",
                   delay is not None and delay <= ICON_DELAY)
             window_shown("xfce", "and the window goes again", False)
+            menu, entries = menu_entries(bus, our_items(bus)[-1])
+            menu.Event(entries["Quit Vantrel"], "clicked", dbus.String("", variant_level=1), 0)
+            check(f"xfce: Quit Vantrel in the menu ends the application (status {app.wait(TIMEOUT)})",
+                  app.returncode == 0)
         finally:
             stop(app, panel, xfconfd)
 
