@@ -40,16 +40,6 @@ double usableInterval(double seconds) {
     return seconds;
 }
 
-bool isCancellation(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const CancellationError&) {
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
-
 bool isNetworkUnavailable(const std::exception_ptr& error) {
     try {
         std::rethrow_exception(error);
@@ -118,7 +108,7 @@ QCoro::Task<void> AppState::runDeviceAuthorization(TaskHandle task) {
     if (!self || m_deviceAuthorizationTask != task) {
         co_return;
     }
-    if (failure && !token.isCancelled() && !isCancellation(failure)) {
+    if (failure && !token.isCancelled()) {
         clearDeviceAuthorizationFields();
         setDeviceAuthorizationMessage(std::nullopt);
         setPresentedError(VantrelError::describe(failure));

@@ -3,6 +3,8 @@
 
 #include "system/SecretServiceCredentialStore.h"
 
+#include "core/CancellationError.h"
+#include "core/TaskHandle.h"
 #include "support/AsyncTest.h"
 #include "support/InMemoryCredentialStore.h"
 #include "system/DBusSecretServiceAwaiter.h"
@@ -263,6 +265,14 @@ TEST_F(SecretServiceStore, GivesUpOnAStoppedDaemonWithinTheBound) {
         EXPECT_LT(elapsed.elapsed(), AsyncTest::scaled(2s).count());
         EXPECT_GE(ticks, 10) << "the event loop stood still";
     }
+    // Whoever started an operation can end it long before the bound: sign-out and quit do.
+    SecretServiceCredentialStore patient(service, account, 60s);
+    TaskHandle task;
+    QTimer::singleShot(50ms, [&task] { task.cancel(); });
+    QElapsedTimer elapsed;
+    elapsed.start();
+    EXPECT_THROW(AsyncTest::run(patient.loadAPIKey(task.token())), CancellationError);
+    EXPECT_LT(elapsed.elapsed(), AsyncTest::scaled(2s).count());
     ASSERT_TRUE(TestKeyring::signalDaemon(SIGCONT));
     EXPECT_EQ(load(bounded), "before-stop");
 }
