@@ -18,22 +18,32 @@ QImage TrayIconArtwork::image(TrackerHealth::Kind kind, const QPalette& palette,
     canvas.fill(Qt::transparent);
     QPainter painter(&canvas);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.drawPixmap(0, 0,
-                       SymbolIcon::pixmap(QStringLiteral("vantrel.mark"), markColour(), size, 1.0));
+    const QString mark = QStringLiteral("vantrel.mark");
+    const int edge = qMax(1, size / 16);
+    const QColor edgeColour = palette.color(QPalette::Window);
+    // The edge is the mark drawn in the edge colour, shifted around it.
+    const QPixmap outline = SymbolIcon::pixmap(mark, edgeColour, size - 2 * edge, 1.0);
+    for (const QPoint shift : {QPoint(-1, 0), QPoint(1, 0), QPoint(0, -1), QPoint(0, 1),
+                               QPoint(-1, -1), QPoint(1, 1), QPoint(-1, 1), QPoint(1, -1)}) {
+        painter.drawPixmap(QPoint(edge, edge) + shift * edge, outline);
+    }
+    painter.drawPixmap(edge, edge,
+                       SymbolIcon::pixmap(mark, markColour(palette), size - 2 * edge, 1.0));
 
-    // The badge sits in the lower right corner, cut free from the mark by a transparent ring.
+    // The badge sits in the lower right corner, set off from the mark by a ring of the edge
+    // colour.
     const qreal diameter = size * 0.5;
     const qreal ring = qMax<qreal>(1.0, size / 16.0);
     const QRectF badge(size - diameter, size - diameter, diameter, diameter);
     painter.setPen(Qt::NoPen);
-    painter.setCompositionMode(QPainter::CompositionMode_Clear);
-    painter.drawEllipse(badge.adjusted(-ring, -ring, ring, ring));
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    painter.setBrush(edgeColour);
+    painter.drawEllipse(
+        badge.adjusted(-ring, -ring, ring, ring).intersected(QRectF(0, 0, size, size)));
     painter.setBrush(HealthAppearance::colour(kind, palette));
-    painter.drawEllipse(badge);
+    painter.drawEllipse(badge.adjusted(ring / 2, ring / 2, -ring / 2, -ring / 2));
     return canvas;
 }
 
-QColor TrayIconArtwork::markColour() {
-    return QColor(0xc8, 0xc8, 0xc8);
+QColor TrayIconArtwork::markColour(const QPalette& palette) {
+    return palette.color(QPalette::WindowText);
 }

@@ -15,7 +15,8 @@ public:
 
     static QIcon icon(TrackerHealth::Kind kind, const QPalette& palette);
     static QImage image(TrackerHealth::Kind kind, const QPalette& palette, int size);
-    // Trays sit on dark and light panels alike and Qt cannot tell which: a mid-light grey reads
-    // on both.
-    static QColor markColour();
+    // Trays sit on dark and light panels alike and Qt cannot tell which. The mark takes the
+    // palette's text colour, which suits a panel themed like our windows, and is edged in the
+    // window colour, which keeps it readable on a panel of the opposite shade.
+    static QColor markColour(const QPalette& palette);
 };

@@ -7,8 +7,8 @@
 
 class AppState;
 
-// What the tray icon tells at a glance: the health state, drawn as a badge on the mark, and the
-// status title as its tooltip.
+// What the tray icon tells at a glance: the health state, drawn as a badge on the mark in the
+// application palette's colours, and the status title as its tooltip.
 class TrayIconPresenter : public QObject {
     Q_OBJECT
 public:
@@ -20,6 +20,10 @@ public:
 Q_SIGNALS:
     // Only when what the icon shows changes, so the tray host is not asked to redraw for nothing.
     void changed();
+
+protected:
+    // A switch between light and dark redraws the icon in the new palette's colours.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void update();

@@ -1,10 +1,14 @@
 #include "ui/SymbolIcon.h"
 
+#include "PanelTestSupport.h"
 #include "ui/HealthAppearance.h"
 #include "ui/TrayIconArtwork.h"
+#include "ui/TrayIconPresenter.h"
 
+#include <QGuiApplication>
 #include <QImage>
 #include <QSet>
+#include <QSignalSpy>
 
 #include <gtest/gtest.h>
 
@@ -88,17 +92,38 @@ TEST(HealthAppearance, everyStateHasItsOwnDrawnSymbolAndAVisibleColour) {
     EXPECT_EQ(HealthAppearance::colour(TrackerHealth::Kind::connecting, palette), QColor(4, 5, 6));
 }
 
-TEST(TrayIconArtwork, drawsTheMarkWithABadgeInTheStatesColourAtEveryTraySize) {
-    QPalette palette;
-    const QIcon icon = TrayIconArtwork::icon(TrackerHealth::Kind::offline, palette);
-    for (const int size : TrayIconArtwork::sizes) {
-        SCOPED_TRACE(size);
-        EXPECT_TRUE(icon.availableSizes().contains(QSize(size, size)));
-        const QImage image = TrayIconArtwork::image(TrackerHealth::Kind::offline, palette, size)
-                                 .convertToFormat(QImage::Format_ARGB32);
-        const int badgeCentre = size - size / 4;
-        EXPECT_EQ(image.pixelColor(badgeCentre, badgeCentre), HealthAppearance::orange());
-        const auto [ink, stray] = inkAndStrayPixels(image, TrayIconArtwork::markColour());
-        EXPECT_GT(ink - stray, size) << "the mark is missing";
+// Readable on a light panel and on a dark one, whichever the palette is: the mark in the text
+// colour, edged in the window colour.
+TEST(TrayIconArtwork, drawsAnEdgedMarkWithABadgeInTheStatesColourAtEveryTraySize) {
+    for (const auto& [text, window] : {std::pair(QColor(Qt::black), QColor(0xef, 0xef, 0xef)),
+                                       std::pair(QColor(Qt::white), QColor(0x2a, 0x2a, 0x2a))}) {
+        QPalette palette;
+        palette.setColor(QPalette::WindowText, text);
+        palette.setColor(QPalette::Window, window);
+        const QIcon icon = TrayIconArtwork::icon(TrackerHealth::Kind::offline, palette);
+        for (const int size : TrayIconArtwork::sizes) {
+            SCOPED_TRACE(size);
+            EXPECT_TRUE(icon.availableSizes().contains(QSize(size, size)));
+            const QImage image = TrayIconArtwork::image(TrackerHealth::Kind::offline, palette, size)
+                                     .convertToFormat(QImage::Format_ARGB32);
+            const int badgeCentre = size - size / 4;
+            EXPECT_EQ(image.pixelColor(badgeCentre, badgeCentre), HealthAppearance::orange());
+            for (const QColor& colour : {text, window}) {
+                const auto [ink, stray] = inkAndStrayPixels(image, colour);
+                EXPECT_GT(ink - stray, size) << colour.name().toStdString() << " is missing";
+            }
+        }
     }
+}
+
+TEST(TrayIcon, isDrawnAgainWhenThePaletteSwitches) {
+    PanelFixture fixture;
+    TrayIconPresenter icon(*fixture.state);
+    QSignalSpy redraws(&icon, &TrayIconPresenter::changed);
+    const QPalette before = QGuiApplication::palette();
+    QPalette dark = before;
+    dark.setColor(QPalette::WindowText, Qt::white);
+    QGuiApplication::setPalette(dark);
+    QGuiApplication::setPalette(before);
+    EXPECT_EQ(redraws.count(), 2);
 }
