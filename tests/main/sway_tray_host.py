@@ -1,0 +1,165 @@
+#!/usr/bin/python3
+"""Vantrel on Wayland beside Waybar's tray, on a headless Sway in a private session bus and a
+throwaway home. Run by sway-tray-host-end-to-end.sh, as an unprivileged user (Sway refuses root):
+
+    sway_tray_host.py <vantrel binary> <virtual_pointer binary>
+
+Waybar starts after Vantrel and is restarted while it runs; the icon is clicked through a virtual
+pointer (the headless back end has no input devices), Escape typed with wtype, windows and their
+titles read from Sway's tree. Screenshots of failures go to $VANTREL_TEST_ARTIFACTS.
+"""
+import glob
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+import dbus
+
+import desktop_session
+from desktop_session import failures, menu_entries, start_app, stop, wait_for
+from real_tray_hosts import FACTOR, ICON_DELAY, WATCHER, distance, our_items
+
+WIDTH, HEIGHT, BAR = 1280, 800, 30
+SWAY_CONFIG = f"output HEADLESS-1 resolution {WIDTH}x{HEIGHT}\nxwayland disable\n"
+WAYBAR_CONFIG = {"position": "top", "height": BAR, "modules-right": ["tray"],
+                 "tray": {"icon-size": 20, "spacing": 4}}
+WAYBAR_STYLE = "window#waybar { background: #202020; }\n"
+ARTEFACTS = os.environ["VANTREL_TEST_ARTIFACTS"]
+
+
+def check(description, condition):
+    if not desktop_session.check(description, condition):
+        shot = os.path.join(ARTEFACTS, f"failure-{len(failures)}.png")
+        subprocess.run(["grim", shot])
+        print(f"     screenshot: {shot}", flush=True)
+    return condition
+
+
+def windows():
+    """Sway's windows as {title: (x, y, width, height)}."""
+    tree = json.loads(subprocess.run(["swaymsg", "-t", "get_tree"], capture_output=True,
+                                     text=True).stdout)
+    found, nodes = {}, [tree]
+    while nodes:
+        node = nodes.pop()
+        nodes += node.get("nodes", []) + node.get("floating_nodes", [])
+        if node.get("pid"):
+            rect = node["rect"]
+            found[node.get("name")] = (rect["x"], rect["y"], rect["width"], rect["height"])
+    return found
+
+
+def icon_rectangle():
+    """Where the bar is drawn in other colours than its background: our item is its only icon."""
+    ppm = subprocess.run(["grim", "-t", "ppm", "-g", f"0,0 {WIDTH}x{BAR}", "-"],
+                         capture_output=True).stdout
+    pixels = ppm.split(b"\n", 3)[3]
+    background = pixels[:3]
+    drawn = [(i // 3 % WIDTH, i // 3 // WIDTH) for i in range(0, len(pixels), 3)
+             if pixels[i:i + 3] != background]
+    if not drawn:
+        return None
+    xs, ys = [x for x, _ in drawn], [y for _, y in drawn]
+    return (min(xs), min(ys), max(xs) - min(xs) + 1, max(ys) - min(ys) + 1)
+
+
+def start_waybar(bus, home, before, how):
+    """Starts Waybar; returns it and how long after its watcher appeared our item registered."""
+    waybar = subprocess.Popen(["waybar", "-c", os.path.join(home, "waybar.json"),
+                               "-s", os.path.join(home, "waybar.css")],
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    wait_for(lambda: bus.name_has_owner(WATCHER), 10 * FACTOR)
+    appeared = time.monotonic()
+    registered = wait_for(lambda: set(our_items(bus)) - before, 5 * FACTOR)
+    delay = (time.monotonic() - appeared) if registered else None
+    check(f"sway: Waybar {how} shows our item within a second ({delay and round(delay, 2)} s)",
+          delay is not None and delay <= ICON_DELAY)
+    check("sway: the window goes once the icon is there",
+          wait_for(lambda: "Vantrel" not in windows()))
+    return waybar
+
+
+def run(binary, pointer_binary, home, log):
+    bus = dbus.SessionBus()
+    app = waybar = pointer = None
+    try:
+        app = start_app(binary, home, "-platform", "wayland", log=log)
+        check("sway: before Waybar runs, Vantrel shows its window",
+              wait_for(lambda: "Vantrel" in windows()))
+        waybar = start_waybar(bus, home, set(), "started after Vantrel")
+        icon = wait_for(icon_rectangle, 5 * FACTOR)
+        check(f"sway: Waybar draws the icon ({icon})", icon is not None)
+        icon = icon or (WIDTH - 20, 5, 20, 20)
+
+        pointer = subprocess.Popen([pointer_binary, str(WIDTH), str(HEIGHT)], text=True,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        pointer.stdin.write(f"{icon[0] + icon[2] // 2} {icon[1] + icon[3] // 2} left\n")
+        pointer.stdin.flush()
+        pointer.stdout.readline()
+        panel = wait_for(lambda: windows().get("Vantrel"), 5 * FACTOR)
+        if check("sway: a click on the icon opens the panel", panel):
+            # Sway places our windows itself: reported, not required.
+            print(f"     the panel {panel} is {distance(panel, icon)} px from the icon {icon}")
+            subprocess.run(["wtype", "-k", "Escape"], check=True)
+            check("sway: Escape closes it", wait_for(lambda: "Vantrel" not in windows()))
+
+        before = set(our_items(bus))
+        stop(waybar)
+        check("sway: with Waybar gone the window is back", wait_for(lambda: "Vantrel" in windows()))
+        waybar = start_waybar(bus, home, before, "restarted")
+
+        item = our_items(bus)[0]
+        menu, entries = menu_entries(bus, item)
+        for entry, title in (("Settings…", "Vantrel Settings"),
+                             ("Diagnostics…", "Vantrel Diagnostics")):
+            menu.Event(entries.get(entry, 0), "clicked", dbus.String("", variant_level=1), 0)
+            check(f"sway: the menu's {entry} opens a window Sway calls exactly {title!r}",
+                  wait_for(lambda: title in windows()))
+    finally:
+        if pointer:
+            pointer.stdin.close()
+        stop(app, waybar, pointer)
+
+
+def main():
+    binary, pointer_binary = sys.argv[1], sys.argv[2]
+    home = tempfile.mkdtemp(prefix="vantrel-sway-")
+    for variable, folder in (("HOME", ""), ("XDG_CONFIG_HOME", ".config"),
+                             ("XDG_CACHE_HOME", ".cache"), ("XDG_DATA_HOME", ".local/share")):
+        os.environ[variable] = os.path.join(home, folder)
+    for name, text in (("sway.conf", SWAY_CONFIG), ("waybar.json", json.dumps(WAYBAR_CONFIG)),
+                       ("waybar.css", WAYBAR_STYLE)):
+        with open(os.path.join(home, name), "w", encoding="utf-8") as out:
+            out.write(text)
+    runtime = os.environ["XDG_RUNTIME_DIR"]
+    sway = subprocess.Popen(["sway", "-c", os.path.join(home, "sway.conf")],
+                            env=dict(os.environ, WLR_BACKENDS="headless",
+                                     WLR_LIBINPUT_NO_DEVICES="1"),
+                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    sockets = wait_for(lambda: glob.glob(os.path.join(runtime, "sway-ipc.*.sock")) and
+                       [p for p in glob.glob(os.path.join(runtime, "wayland-*")) if not p.endswith(".lock")])
+    if not sockets:
+        print("sway: the compositor did not come up", flush=True)
+        stop(sway)
+        return 1
+    os.environ["WAYLAND_DISPLAY"] = sockets[0]
+    os.environ["SWAYSOCK"] = glob.glob(os.path.join(runtime, "sway-ipc.*.sock"))[0]
+    log_path = os.path.join(home, "vantrel.log")
+    with open(log_path, "w") as log:
+        try:
+            run(binary, pointer_binary, home, log)
+        finally:
+            stop(sway)
+    if failures:
+        print(f"sway: Vantrel's log is {log_path}", flush=True)
+        return 1
+    shutil.rmtree(home, ignore_errors=True)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
