@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Vantrel beside Waybar's tray on a headless Sway, in a private session bus:
-#   sway-tray-host-end-to-end.sh <vantrel binary> <virtual_pointer binary>
+#   sway-tray-host-end-to-end.sh <vantrel binary> <virtual_pointer binary> [screenshot folder]
+# With a folder, it takes the README's screenshots of the panel there instead of testing.
 set -euo pipefail
 missing=""
 for program in sway swaymsg waybar grim wtype; do
@@ -29,8 +30,11 @@ status=0
     VANTREL_TEST_ARTIFACTS="$work/artefacts" \
     VANTREL_TEST_TIMEOUT_FACTOR="${VANTREL_TEST_TIMEOUT_FACTOR:-1}" \
     ASAN_OPTIONS="${ASAN_OPTIONS:-}" UBSAN_OPTIONS="${UBSAN_OPTIONS:-}" \
-    dbus-run-session -- /usr/bin/python3 "$here/sway_tray_host.py" "$1" "$2" || status=$?
-if compgen -G "$work/artefacts/*.png" >/dev/null; then
+    dbus-run-session -- /usr/bin/python3 "$here/sway_tray_host.py" "$1" "$2" ${3:+--screenshots} ||
+    status=$?
+if [ -n "${3:-}" ]; then
+    cp "$work/artefacts"/sway-panel-*.png "$3/"
+elif compgen -G "$work/artefacts/*.png" >/dev/null; then
     kept="${VANTREL_TEST_ARTIFACTS:-$(mktemp -d "${TMPDIR:-/tmp}/vantrel-shots-XXXXXX")}"
     mkdir -p "$kept"
     cp "$work/artefacts"/*.png "$kept/"

@@ -2,7 +2,7 @@
 """Vantrel on Wayland beside Waybar's tray, on a headless Sway in a private session bus and a
 throwaway home. Run by sway-tray-host-end-to-end.sh, as an unprivileged user (Sway refuses root):
 
-    sway_tray_host.py <vantrel binary> <virtual_pointer binary>
+    sway_tray_host.py <vantrel binary> <virtual_pointer binary> [--screenshots]
 
 Waybar starts after Vantrel and is restarted while it runs; the icon is clicked through a virtual
 pointer (the headless back end has no input devices), Escape typed with wtype, windows and their
@@ -28,6 +28,9 @@ SWAY_CONFIG = f"output HEADLESS-1 resolution {WIDTH}x{HEIGHT}\nxwayland disable\
 WAYBAR_CONFIG = {"position": "top", "height": BAR, "modules-right": ["tray"],
                  "tray": {"icon-size": 20, "spacing": 4}}
 WAYBAR_STYLE = "window#waybar { background: #202020; }\n"
+DARK_SCHEME = "".join(f"[Colors:{group}]\nBackgroundNormal={background}\nForegroundNormal=239,240,241\n"
+                      for group, background in (("Window", "42,46,50"), ("View", "35,38,41"),
+                                                ("Button", "49,54,59")))
 ARTEFACTS = os.environ["VANTREL_TEST_ARTIFACTS"]
 
 
@@ -83,9 +86,19 @@ def start_waybar(bus, home, before, how):
     return waybar
 
 
-def run(binary, pointer_binary, home, log):
+def open_panel(pointer, icon):
+    """Clicks the icon through the virtual pointer; returns the panel's rectangle once it shows."""
+    # From elsewhere: a click where the pointer already rests reaches no icon drawn since.
+    for line in (f"{WIDTH // 2} {HEIGHT // 2}", f"{icon[0] + icon[2] // 2} {icon[1] + icon[3] // 2} left"):
+        pointer.stdin.write(line + "\n")
+        pointer.stdin.flush()
+        pointer.stdout.readline()
+    return wait_for(lambda: windows().get("Vantrel"), 5 * FACTOR)
+
+
+def run(binary, pointer, home, log):
     bus = dbus.SessionBus()
-    app = waybar = pointer = None
+    app = waybar = None
     try:
         app = start_app(binary, home, "-platform", "wayland", log=log)
         check("sway: before Waybar runs, Vantrel shows its window",
@@ -93,14 +106,7 @@ def run(binary, pointer_binary, home, log):
         waybar = start_waybar(bus, home, set(), "started after Vantrel")
         icon = wait_for(icon_rectangle, 5 * FACTOR)
         check(f"sway: Waybar draws the icon ({icon})", icon is not None)
-        icon = icon or (WIDTH - 20, 5, 20, 20)
-
-        pointer = subprocess.Popen([pointer_binary, str(WIDTH), str(HEIGHT)], text=True,
-                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        pointer.stdin.write(f"{icon[0] + icon[2] // 2} {icon[1] + icon[3] // 2} left\n")
-        pointer.stdin.flush()
-        pointer.stdout.readline()
-        panel = wait_for(lambda: windows().get("Vantrel"), 5 * FACTOR)
+        panel = open_panel(pointer, icon or (WIDTH - 20, 5, 20, 20))
         if check("sway: a click on the icon opens the panel", panel):
             # Sway places our windows itself: reported, not required.
             print(f"     the panel {panel} is {distance(panel, icon)} px from the icon {icon}")
@@ -120,13 +126,40 @@ def run(binary, pointer_binary, home, log):
             check(f"sway: the menu's {entry} opens a window Sway calls exactly {title!r}",
                   wait_for(lambda: title in windows()))
     finally:
-        if pointer:
-            pointer.stdin.close()
-        stop(app, waybar, pointer)
+        stop(app, waybar)
+
+
+def screenshots(binary, pointer, home, log):
+    """The bar and the open panel, light and then dark (Qt's own KDE theme reads a dark colour
+    scheme from kdeglobals), into $VANTREL_TEST_ARTIFACTS as sway-panel-<scheme>.png."""
+    for scheme in ("light", "dark"):
+        if scheme == "dark":
+            os.makedirs(os.path.join(home, ".config"), exist_ok=True)
+            with open(os.path.join(home, ".config/kdeglobals"), "w", encoding="utf-8") as out:
+                out.write(DARK_SCHEME)
+            os.environ.update(XDG_CURRENT_DESKTOP="KDE", KDE_SESSION_VERSION="5")
+        # A Waybar of its own for each: Waybar 0.9.17 may end when an item it shows goes away.
+        waybar = subprocess.Popen(["waybar", "-c", os.path.join(home, "waybar.json"),
+                                   "-s", os.path.join(home, "waybar.css")],
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        app = start_app(binary, home, "-platform", "wayland", log=log)
+        icon = wait_for(icon_rectangle)
+        panel = icon and open_panel(pointer, icon)
+        if not check(f"sway: the {scheme} panel opens for its screenshot", panel):
+            stop(app, waybar)
+            return
+        pointer.stdin.write(f"{WIDTH - 1} {HEIGHT - 1}\n")  # out of the picture
+        pointer.stdin.flush()
+        pointer.stdout.readline()
+        time.sleep(0.5)  # shown is not yet drawn
+        x, bottom = panel[0] - 12, panel[1] + panel[3] + 12
+        subprocess.run(["grim", "-g", f"{x},0 {WIDTH - x}x{bottom}",
+                        os.path.join(ARTEFACTS, f"sway-panel-{scheme}.png")], check=True)
+        stop(app, waybar)
 
 
 def main():
-    binary, pointer_binary = sys.argv[1], sys.argv[2]
+    binary, pointer_binary, mode = sys.argv[1], sys.argv[2], sys.argv[3:]
     home = tempfile.mkdtemp(prefix="vantrel-sway-")
     for variable, folder in (("HOME", ""), ("XDG_CONFIG_HOME", ".config"),
                              ("XDG_CACHE_HOME", ".cache"), ("XDG_DATA_HOME", ".local/share")):
@@ -149,11 +182,14 @@ def main():
     os.environ["WAYLAND_DISPLAY"] = sockets[0]
     os.environ["SWAYSOCK"] = glob.glob(os.path.join(runtime, "sway-ipc.*.sock"))[0]
     log_path = os.path.join(home, "vantrel.log")
+    pointer = subprocess.Popen([pointer_binary, str(WIDTH), str(HEIGHT)], text=True,
+                               stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     with open(log_path, "w") as log:
         try:
-            run(binary, pointer_binary, home, log)
+            (screenshots if mode == ["--screenshots"] else run)(binary, pointer, home, log)
         finally:
-            stop(sway)
+            pointer.stdin.close()
+            stop(pointer, sway)
     if failures:
         print(f"sway: Vantrel's log is {log_path}", flush=True)
         return 1
