@@ -36,6 +36,9 @@ packages=(
 # skip.
 if [ "${CI:-}" = "true" ] || [ "${VANTREL_INSTALL_DESKTOPS:-}" = "1" ]; then
   packages+=(xfce4-panel xfconf trayer xdotool)
+  # Sway with Waybar's tray, its screenshots and typed keys, Qt's Wayland plugin, and the Wayland
+  # client library and scanner our virtual pointer is built with.
+  packages+=(sway waybar grim wtype qt6-wayland libwayland-dev)
 fi
 
 missing=()

@@ -11,6 +11,8 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusPendingCall>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QtEndian>
@@ -106,6 +108,35 @@ StatusNotifierItem::StatusNotifierItem(TrayIconPresenter& icon, TrayMenuPresente
     render();
     m_connection.registerVirtualObject(QLatin1String(itemPath), this);
     m_connection.registerVirtualObject(QLatin1String(menuPath), m_menu.get());
+    // Waybar's host reads the watcher's items once, when the watcher has answered its own
+    // registration, and listens for new ones only from then on: an item registered in between
+    // never shows. So the item waits for a host, unless the watcher cannot say whether it has one.
+    const QString watcherPath = QStringLiteral("/StatusNotifierWatcher");
+    m_connection.connect(QLatin1String(watcherService), watcherPath, QLatin1String(watcherService),
+                         QStringLiteral("StatusNotifierHostRegistered"), this,
+                         SLOT(registerWithWatcher()));
+    QDBusMessage hostQuestion = QDBusMessage::createMethodCall(
+        QLatin1String(watcherService), watcherPath,
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    hostQuestion << QLatin1String(watcherService)
+                 << QStringLiteral("IsStatusNotifierHostRegistered");
+    auto* answer = new QDBusPendingCallWatcher(m_connection.asyncCall(hostQuestion), this);
+    connect(
+        answer, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* call) {
+            call->deleteLater();
+            const QDBusMessage reply = call->reply();
+            if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty() ||
+                qvariant_cast<QDBusVariant>(reply.arguments().constFirst()).variant().toBool()) {
+                registerWithWatcher();
+            }
+        });
+}
+
+void StatusNotifierItem::registerWithWatcher() {
+    if (m_registered) {
+        return;
+    }
+    m_registered = true;
     QDBusMessage registration = QDBusMessage::createMethodCall(
         QLatin1String(watcherService), QStringLiteral("/StatusNotifierWatcher"),
         QLatin1String(watcherService), QStringLiteral("RegisterStatusNotifierItem"));

@@ -12,9 +12,9 @@ class TrayIconPresenter;
 class TrayMenuPresenter;
 
 // Our icon in a StatusNotifierItem tray (org.kde.StatusNotifierItem), with its menu, served on a
-// bus connection of its own and registered with the session's StatusNotifierWatcher as soon as it
-// exists. One lives per watcher: when the watcher goes, so does the item, and the next watcher gets
-// a new one on a new connection, so no host keeps an item that no longer answers.
+// bus connection of its own and registered with the session's StatusNotifierWatcher once the
+// watcher has a host. One lives per watcher: when the watcher goes, so does the item, and the next
+// watcher gets a new one on a new connection, so no host keeps an item that no longer answers.
 //
 // Ours rather than Qt's: Qt decides once per process whether such a tray exists, drops the click
 // position that hosts send with Activate(x, y), and exports only an icon and a menu.
@@ -40,6 +40,9 @@ public:
     QString introspect(const QString& path) const override;
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
 
+private Q_SLOTS:
+    void registerWithWatcher();
+
 private:
     void render();
     QVariantMap properties() const;
@@ -52,4 +55,5 @@ private:
     std::unique_ptr<DBusMenuExporter> m_menu;
     QVariant m_pixmaps;
     QString m_status;
+    bool m_registered = false;
 };
