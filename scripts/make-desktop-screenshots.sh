@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Photographs the tray panel opened from XFCE's panel on a virtual X server, light and dark, into
-# docs/screenshots/xfce-panel-{light,dark}.png:
+# Photographs the tray panel opened from XFCE's panel on a virtual X server and from Waybar on a
+# headless Sway, light and dark, into docs/screenshots/{xfce,sway}-panel-{light,dark}.png:
 #   scripts/make-desktop-screenshots.sh [build directory]
 # Needs the desktops that VANTREL_INSTALL_DESKTOPS=1 scripts/install-deps.sh installs. Dark is
 # what a user gets from GTK's dark theme with Qt following GTK (qt6-gtk-platformtheme).
@@ -79,3 +79,12 @@ for variant in light dark; do
         "$build/bin/vantrel"
     echo "$out/xfce-panel-$variant.png"
 done
+
+# The panel on Sway beside Waybar's tray, light and dark: a real session of its own (see
+# tests/main/sway-tray-host-end-to-end.sh), which says so in one line and is skipped without Sway.
+if cmake --build "$build" --target vantrel virtual_pointer >/dev/null 2>&1; then
+    "$root/tests/main/sway-tray-host-end-to-end.sh" "$build/bin/vantrel" "$build/bin/virtual_pointer" \
+        "$root/docs/screenshots" || [ $? -eq 77 ]
+else
+    echo "no Sway screenshots: the virtual_pointer tool needs libwayland-dev"
+fi

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ui/SecondaryTextColour.h"
 #include "ui/WindowDirectory.h"
 
 #include <QObject>
@@ -35,6 +36,7 @@ public:
     static constexpr const char* objectPath = "/com/keldor/Vantrel";
 
 private:
+    SecondaryTextColour m_secondaryText;
     // Outlives the Settings windows it serves: what the user typed survives closing the window.
     std::unique_ptr<SettingsPresenter> m_settings;
     WindowDirectory m_windows;

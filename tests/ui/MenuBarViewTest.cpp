@@ -7,11 +7,13 @@
 #include "ui/MenuRowButton.h"
 #include "ui/PanelPlacement.h"
 #include "ui/PanelWindow.h"
+#include "ui/SecondaryTextColour.h"
 #include "ui/SettingsWindow.h"
 #include "ui/TrayMenu.h"
 #include "ui/TrayMenuPresenter.h"
 
 #include <QAbstractButton>
+#include <QApplication>
 #include <QLabel>
 #include <QSignalSpy>
 #include <QTest>
@@ -231,6 +233,28 @@ INSTANTIATE_TEST_SUITE_P(
                                     return new DiagnosticsWindow(*f.state, f.harness.supervisor);
                                 }))),
     [](const auto& row) { return std::string(row.param.first); });
+
+// A theme that leaves the secondary colour faint on its window colour gets a readable one; a
+// readable one is kept as the theme made it.
+TEST(SecondaryTextColour, repairsOnlyAFaintSecondaryColour) {
+    SecondaryTextColour keeper;
+    const QPalette before = QApplication::palette();
+    for (const auto& [window, text, placeholder, kept] :
+         {std::tuple(QColor(0x2a, 0x2a, 0x2a), QColor(Qt::white), QColor(0x40, 0x40, 0x40), false),
+          std::tuple(QColor(0xef, 0xef, 0xef), QColor(Qt::black), QColor(0x80, 0x80, 0x80),
+                     true)}) {
+        QPalette palette = before;
+        palette.setColor(QPalette::Window, window);
+        palette.setColor(QPalette::WindowText, text);
+        palette.setColor(QPalette::PlaceholderText, placeholder);
+        QApplication::setPalette(palette);
+        const QColor shown = QApplication::palette().color(QPalette::PlaceholderText);
+        EXPECT_EQ(shown == placeholder, kept) << shown.name().toStdString();
+        EXPECT_GE(std::abs(shown.lightnessF() - window.lightnessF()), 0.25f);
+        EXPECT_GE(std::abs(shown.lightnessF() - text.lightnessF()), 0.2f) << "still secondary";
+    }
+    QApplication::setPalette(before);
+}
 
 // Each control, clicked in the panel or chosen in the tray menu, reaches its operation.
 struct ActionRow {
