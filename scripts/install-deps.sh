@@ -36,6 +36,8 @@ packages=(
 # skip.
 if [ "${CI:-}" = "true" ] || [ "${VANTREL_INSTALL_DESKTOPS:-}" = "1" ]; then
   packages+=(xfce4-panel xfconf trayer xdotool)
+  # GNOME Shell with its AppIndicator extension; Vantrel beside it on Qt's Wayland plugin.
+  packages+=(gnome-shell gnome-shell-extension-appindicator qt6-wayland)
 fi
 
 missing=()
