@@ -2,7 +2,8 @@
 """Vantrel under GNOME Shell 43 with its AppIndicator extension, headless on a virtual monitor, in
 the private session bus, keyring and throwaway home of with-keyring.sh, Vantrel on Wayland. There a
 left click on the icon opens the icon's menu, so the menu is the product: it is clicked and read as
-the shell shows it, through the shell's Eval, which a user extension of the profile opens.
+the shell shows it, through the shell's Eval and the test's own extension in
+gnome-shell-test-extension/.
 
     gnome_shell_tray_host.py <vantrel binary>
 
@@ -22,10 +23,10 @@ import time
 import dbus
 
 import desktop_session
-from desktop_session import failures, start_app, stop, wait_for
+from desktop_session import HERE, failures, start_app, stop, wait_for
 
 APPINDICATOR = "ubuntu-appindicators@ubuntu.com"
-UNSAFE = "unsafe-mode@vantrel.test"
+TEST_EXTENSION = "vantrel-test@vantrel.test"
 WATCHER = "org.kde.StatusNotifierWatcher"
 FACTOR = float(os.environ.get("VANTREL_TEST_TIMEOUT_FACTOR", "1"))
 ARTEFACTS = (os.environ.get("VANTREL_TEST_ARTIFACTS")
@@ -33,26 +34,7 @@ ARTEFACTS = (os.environ.get("VANTREL_TEST_ARTIFACTS")
 SYSTEM_BUS = """<busconfig><type>system</type><listen>unix:path={}</listen><auth>EXTERNAL</auth>
 <policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/>
 </policy></busconfig>"""
-BUTTON = ("Object.entries(Main.panel.statusArea)"
-          ".find(([key, value]) => key.startsWith('appindicator-') && value)[1]")
-# Whether our button shows an icon, and its menu's entries as [label, sensitive].
-INDICATOR = """(() => {
-  const button = """ + BUTTON + """, Separator = imports.ui.popupMenu.PopupSeparatorMenuItem;
-  return {icon: !!(button.visible && button.icon.gicon), open: button.menu.isOpen,
-          items: button.menu._getMenuItems().filter(i => i.visible && !(i instanceof Separator))
-                       .map(i => [i.label.text, i.sensitive])};
-})()"""
-# A left click on an actor of the shell, through a virtual pointer of the shell's own seat.
-CLICK = """(() => {
-  const Clutter = imports.gi.Clutter, button = """ + BUTTON + """, actor = %s;
-  global.vantrelPointer ??= Clutter.get_default_backend().get_default_seat()
-      .create_virtual_device(Clutter.InputDeviceType.POINTER_DEVICE);
-  const [x, y] = actor.get_transformed_position(), [w, h] = actor.get_transformed_size();
-  const now = imports.gi.GLib.get_monotonic_time(), pointer = global.vantrelPointer;
-  pointer.notify_absolute_motion(now, x + w / 2, y + h / 2);
-  pointer.notify_button(now, Clutter.BUTTON_PRIMARY, Clutter.ButtonState.PRESSED);
-  pointer.notify_button(now + 50000, Clutter.BUTTON_PRIMARY, Clutter.ButtonState.RELEASED);
-})()"""
+INDICATOR = "global.vantrelTest.indicator()"
 SIGNED_OUT = [["Sign in required", False], ["Sign In", True], ["Settings…", True],
               ["Diagnostics…", True], ["Quit Vantrel", True]]
 
@@ -65,22 +47,19 @@ def write(path, text):
 
 def start_shell(home, log):
     """A private system bus (the shell aborts without one) and the shell, in a key-file profile
-    with only our extension enabled: it turns on unsafe mode, which opens Eval and Screenshot."""
+    with only the test's extension enabled (it opens Eval and Screenshot)."""
     write(os.path.join(home, ".config/glib-2.0/settings/keyfile"),
-          f"[org/gnome/shell]\nenabled-extensions=['{UNSAFE}']\n"
+          f"[org/gnome/shell]\nenabled-extensions=['{TEST_EXTENSION}']\n"
           "welcome-dialog-last-shown-version='999'\n")
-    unsafe = os.path.join(home, ".local/share/gnome-shell/extensions", UNSAFE)
-    write(os.path.join(unsafe, "metadata.json"), json.dumps(
-        {"uuid": UNSAFE, "name": "Unsafe mode", "description": "Opens Eval to a test",
-         "shell-version": ["43"]}))
-    write(os.path.join(unsafe, "extension.js"), "function init() {\n    return {enable() "
-          "{ global.context.unsafe_mode = true; }, disable() {}};\n}\n")
+    shutil.copytree(os.path.join(HERE, "gnome-shell-test-extension"),
+                    os.path.join(home, ".local/share/gnome-shell/extensions", TEST_EXTENSION))
     system_bus = os.path.join(home, "system_bus")
     write(os.path.join(home, "system.conf"), SYSTEM_BUS.format(system_bus))
     daemon = subprocess.Popen(["dbus-daemon", "--nofork", "--config-file",
                                os.path.join(home, "system.conf")], stderr=subprocess.DEVNULL)
     wait_for(lambda: os.path.exists(system_bus), 5)
-    os.environ.update(GSETTINGS_BACKEND="keyfile", DBUS_SYSTEM_BUS_ADDRESS=f"unix:path={system_bus}")
+    os.environ.update(GSETTINGS_BACKEND="keyfile",
+                      DBUS_SYSTEM_BUS_ADDRESS=f"unix:path={system_bus}")
     shell = subprocess.Popen(["gnome-shell", "--headless", "--wayland", "--virtual-monitor",
                               "1280x800"], stdout=log, stderr=log)
     return daemon, shell
@@ -104,10 +83,9 @@ def check(description, condition):
         os.makedirs(ARTEFACTS, exist_ok=True)
         shot = os.path.join(ARTEFACTS, f"gnome-failure-{len(failures)}.png")
         try:
-            dbus.SessionBus().call_blocking("org.gnome.Shell.Screenshot",
-                                            "/org/gnome/Shell/Screenshot",
-                                            "org.gnome.Shell.Screenshot", "Screenshot", "bbs",
-                                            (False, False, shot))
+            screenshot = "org.gnome.Shell.Screenshot"
+            dbus.SessionBus().get_object(screenshot, "/org/gnome/Shell/Screenshot").Screenshot(
+                False, False, shot, dbus_interface=screenshot)
             print(f"     screenshot: {shot}", flush=True)
         except dbus.DBusException as error:
             print(f"     no screenshot: {error}", flush=True)
@@ -117,7 +95,7 @@ def check(description, condition):
 def open_menu():
     if not shell_eval(INDICATOR)["open"]:
         time.sleep(0.5)  # clicks closer together are a double click, which activates the item
-        shell_eval(CLICK % "button")
+        shell_eval("global.vantrelTest.click()")
     opened = wait_for(lambda: shell_eval(INDICATOR)["open"], 5 * FACTOR)
     time.sleep(0.3)  # the menu slides in, and a click on a moving entry is lost
     return opened
@@ -125,7 +103,7 @@ def open_menu():
 
 def choose(label):
     open_menu()
-    shell_eval(CLICK % f"button.menu._getMenuItems().find(i => i.label?.text === {json.dumps(label)})")
+    shell_eval(f"global.vantrelTest.click({json.dumps(label)})")
 
 
 def run(bus, app):
@@ -146,7 +124,8 @@ def run(bus, app):
     check("a left click on the icon opens its menu", open_menu())
     items = shell_eval(INDICATOR)["items"]
     check(f"GNOME's menu shows the state, then every action of it ({items})", items == SIGNED_OUT)
-    for label, title in (("Settings…", "Vantrel Settings"), ("Diagnostics…", "Vantrel Diagnostics")):
+    for label, title in (("Settings…", "Vantrel Settings"),
+                         ("Diagnostics…", "Vantrel Diagnostics")):
         choose(label)
         check(f"{label} in GNOME's menu opens a window titled exactly {title}, with the focus",
               wait_for(lambda: shell_eval("global.display.focus_window?.get_title()") == title))
