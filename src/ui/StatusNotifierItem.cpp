@@ -167,12 +167,15 @@ QString StatusNotifierItem::introspect(const QString&) const {
   <property name="AttentionIconPixmap" type="a(iiay)" access="read"/>
   <property name="AttentionMovieName" type="s" access="read"/>
   <property name="ToolTip" type="(sa(iiay)ss)" access="read"/>
+  <property name="IconAccessibleDesc" type="s" access="read"/>
+  <property name="AttentionAccessibleDesc" type="s" access="read"/>
   <property name="ItemIsMenu" type="b" access="read"/>
   <property name="Menu" type="o" access="read"/>
   <method name="ContextMenu"><arg name="x" type="i" direction="in"/><arg name="y" type="i" direction="in"/></method>
   <method name="Activate"><arg name="x" type="i" direction="in"/><arg name="y" type="i" direction="in"/></method>
   <method name="SecondaryActivate"><arg name="x" type="i" direction="in"/><arg name="y" type="i" direction="in"/></method>
   <method name="Scroll"><arg name="delta" type="i" direction="in"/><arg name="orientation" type="s" direction="in"/></method>
+  <method name="ProvideXdgActivationToken"><arg name="token" type="s" direction="in"/></method>
   <signal name="NewTitle"/>
   <signal name="NewIcon"/>
   <signal name="NewAttentionIcon"/>
@@ -204,6 +207,16 @@ bool StatusNotifierItem::handleMessage(const QDBusMessage& message, const QDBusC
         if (handler) {
             handler(at);
         }
+        return true;
+    }
+    if (member == QLatin1String("ProvideXdgActivationToken")) {
+        // GNOME hands over the token of a click on the icon or a menu entry just before passing
+        // the click on. Qt's Wayland shell activates the next window that asks with it, so a
+        // window opened from the menu comes to the front instead of a "Vantrel is ready" notice.
+        if (!arguments.isEmpty()) {
+            qputenv("XDG_ACTIVATION_TOKEN", arguments[0].toString().toUtf8());
+        }
+        m_connection.send(message.createReply());
         return true;
     }
     if (member == QLatin1String("SecondaryActivate") || member == QLatin1String("Scroll")) {
@@ -246,6 +259,7 @@ void StatusNotifierItem::render() {
 QVariantMap StatusNotifierItem::properties() const {
     const QVariant none = QVariant::fromValue(QList<IconPixmap>());
     const ToolTip toolTip{{}, {}, QStringLiteral("Vantrel"), m_icon.toolTip()};
+    const QString description = QStringLiteral("Vantrel: ") + m_icon.toolTip();
     return {
         {QStringLiteral("Category"), QStringLiteral("ApplicationStatus")},
         {QStringLiteral("Id"), QStringLiteral("vantrel")},
@@ -262,6 +276,9 @@ QVariantMap StatusNotifierItem::properties() const {
         {QStringLiteral("AttentionIconPixmap"), m_pixmaps},
         {QStringLiteral("AttentionMovieName"), QString()},
         {QStringLiteral("ToolTip"), QVariant::fromValue(toolTip)},
+        // Read by screen readers, and asked for by GNOME's extension after every NewIcon.
+        {QStringLiteral("IconAccessibleDesc"), description},
+        {QStringLiteral("AttentionAccessibleDesc"), description},
         {QStringLiteral("ItemIsMenu"), false},
         {QStringLiteral("Menu"), QVariant::fromValue(QDBusObjectPath(QLatin1String(menuPath)))},
     };

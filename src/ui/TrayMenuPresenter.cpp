@@ -89,6 +89,10 @@ QList<Entry> TrayMenuPresenter::evaluate() const {
     if (const auto message = m_presenter.healthMessage()) {
         result.append(text("status-message", *message));
     }
+    // Where the menu is the way in (GNOME), an action that failed would otherwise fail silently.
+    if (const auto error = m_presenter.presentedError()) {
+        result.append(text("error", *error));
+    }
     if (const auto code = m_presenter.confirmationCode()) {
         result.append(text("code", QStringLiteral("Confirmation code: ") + *code));
         if (const auto countdown = m_presenter.expiryCountdown()) {

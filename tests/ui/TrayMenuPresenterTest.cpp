@@ -1,6 +1,7 @@
 #include "ui/TrayMenuPresenter.h"
 
 #include "PanelTestSupport.h"
+#include "core/PlatformError.h"
 #include "ui/TrayMenu.h"
 
 #include <gtest/gtest.h>
@@ -71,7 +72,16 @@ INSTANTIATE_TEST_SUITE_P(
         MenuRow{"signingInWithACode", [](PanelFixture& f) { f.beginSignInWithCode(); },
                 QStringList{"[Connecting]", "[Confirmation code: WDJB-MJHT]", "[Expires in 15:00]",
                             "-", "Open Approval Page", "Cancel Sign In"} +
-                    actions}),
+                    actions},
+        MenuRow{"signInFailed",
+                [](PanelFixture& f) {
+                    f.harness.authorizer.startOutcomes.push_back(
+                        std::make_exception_ptr(PlatformError("Permission denied")));
+                    f.state->beginDeviceAuthorization();
+                    AsyncTest::waitUntil([&f] { return f.state->presentedError().has_value(); });
+                },
+                {"[Sign in required]", "[Permission denied]", "-", "Sign In", "-", "Settings…",
+                 "Diagnostics…", "-", "Quit Vantrel"}}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST(TrayMenu, keepsTheCountdownCurrentAndPerformsOnlyWhatItOffers) {
