@@ -40,7 +40,7 @@ if [ "${CI:-}" = "true" ] || [ "${VANTREL_INSTALL_DESKTOPS:-}" = "1" ]; then
   # client library and scanner our virtual pointer is built with.
   packages+=(sway waybar grim wtype qt6-wayland libwayland-dev)
   # GNOME Shell with its AppIndicator extension; Vantrel beside it on Qt's Wayland plugin.
-  packages+=(gnome-shell gnome-shell-extension-appindicator)
+  packages+=(gnome-shell gnome-shell-extension-appindicator xwayland)
   # The dark screenshots on XFCE: Qt following GTK's dark theme.
   packages+=(qt6-gtk-platformtheme)
 fi
