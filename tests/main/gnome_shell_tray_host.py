@@ -112,14 +112,20 @@ def run(bus, app):
           wait_for(lambda: "Vantrel" in titles(), 30 * FACTOR) and not bus.name_has_owner(WATCHER))
     shell_eval("Main.overview.hide()")
     time.sleep(1)  # the shell settles after its start-up: what is timed next is the item
-    shell_eval(f"Main.extensionManager.enableExtension('{APPINDICATOR}')")
-    wait_for(lambda: bus.name_has_owner(WATCHER), 10 * FACTOR)
-    appeared = time.monotonic()
-    shown = wait_for(lambda: shell_eval(INDICATOR)["icon"], 5 * FACTOR)
-    delay = time.monotonic() - appeared
-    check(f"the extension's watcher, come later, shows our icon within a second ({delay:.2f} s)",
-          shown and delay <= FACTOR)
-    check("and the window goes", wait_for(lambda: "Vantrel" not in titles()))
+    for when in ("come later", "back after it was switched off"):
+        shell_eval(f"Main.extensionManager.enableExtension('{APPINDICATOR}')")
+        wait_for(lambda: bus.name_has_owner(WATCHER), 10 * FACTOR)
+        appeared = time.monotonic()
+        shown = wait_for(lambda: shell_eval(INDICATOR)["icon"], 5 * FACTOR)
+        delay = time.monotonic() - appeared
+        check(f"the extension's watcher, {when}, shows our icon within a second ({delay:.2f} s)",
+              shown and delay <= FACTOR)
+        check("and the window goes", wait_for(lambda: "Vantrel" not in titles()))
+        if when == "come later":
+            shell_eval(f"Main.extensionManager.disableExtension('{APPINDICATOR}')")
+            check("with the extension switched off the window is back",
+                  wait_for(lambda: "Vantrel" in titles()))
+            time.sleep(1)  # as above: the shell settles before the next timing
 
     check("a left click on the icon opens its menu", open_menu())
     items = shell_eval(INDICATOR)["items"]
