@@ -265,6 +265,8 @@ INSTANTIATE_TEST_SUITE_P(
          TodaySummary{"2 mins", 120}},
         {"KeepsSurroundingSpaces", total(R"("  5 mins ","total_seconds":300)"),
          TodaySummary{"  5 mins ", 300}},
+        // Early in the day nothing is tracked yet: a total, not an error.
+        {"NothingYet", total(R"("0 secs","total_seconds":0)"), TodaySummary{"0 secs", 0}},
         {"BlankText", total(R"(" \n\t ","total_seconds":60)")},
         {"NullText", total(R"(null,"total_seconds":1)")},
         {"NegativeSeconds", total(R"("x","total_seconds":-1)")},
