@@ -243,7 +243,8 @@ struct SignOutCase {
 
 class AppStateSignOut : public testing::TestWithParam<SignOutCase> {};
 
-// Sign-out stops tracking at once; forgetting the key and revoking it are each best effort.
+// Sign-out stops tracking and any sign-in at once; forgetting the key and revoking it are each
+// best effort.
 TEST_P(AppStateSignOut, StopsTrackingAndForgetsAndRevokesWhatItCan) {
     const SignOutCase& row = GetParam();
     AppHarness harness;
@@ -256,6 +257,18 @@ TEST_P(AppStateSignOut, StopsTrackingAndForgetsAndRevokesWhatItCan) {
         harness.poller.onUpdate({"2 hrs", 7200});
     }
     harness.credentials.failDelete = row.deleteFails;
+    // Signing in again (after a rejected key) is under way with its code shown.
+    DeviceAuthorizationSession session;
+    session.userCode = "WDJB-MJHT";
+    session.expiresAt = harness.now.addSecs(900);
+    session.interval = 5;
+    harness.authorizer.startOutcomes.push_back(session);
+    harness.taskSleeper.hold = true;
+    harness.supervisor.statusOnRefresh = sampleTrackerStatus();
+    state->beginDeviceAuthorization();
+    // A server URL that does not parse ends the sign-in at once.
+    ASSERT_TRUE(AsyncTest::waitUntil(
+        [&] { return harness.taskSleeper.pendingCount() == 1 || !state->isAuthorizingDevice(); }));
 
     AsyncTest::run(state->signOut());
     AsyncTest::spin(std::chrono::milliseconds(20));
@@ -265,6 +278,8 @@ TEST_P(AppStateSignOut, StopsTrackingAndForgetsAndRevokesWhatItCan) {
     EXPECT_EQ(harness.supervisor.stops, QList<bool>{true});
     EXPECT_FALSE(harness.poller.onUpdate) << "the total stopped";
     EXPECT_FALSE(state->todaySummary()) << "a kept key must not keep showing the old total";
+    EXPECT_FALSE(state->isAuthorizingDevice()) << "a sign-in must not bring a key back";
+    EXPECT_EQ(state->deviceAuthorizationCode(), std::nullopt);
     const QList<Pair> revoked{{row.serverURL, "key-1"}};
     EXPECT_EQ(harness.authorizer.revokes, row.revokes ? revoked : QList<Pair>());
 }
