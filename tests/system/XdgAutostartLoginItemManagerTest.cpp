@@ -35,7 +35,7 @@ public:
 class AutostartEntryValidity : public AutostartTest,
                                public testing::WithParamInterface<const char*> {};
 
-TEST_P(AutostartEntryValidity, PassesDesktopFileValidate) {
+TEST_P(AutostartEntryValidity, PassesDesktopFileValidateAndStartsThePath) {
     manager(QString::fromUtf8(GetParam())).setEnabled(true);
     QProcess process;
     process.start("desktop-file-validate", {entry()});
@@ -43,6 +43,17 @@ TEST_P(AutostartEntryValidity, PassesDesktopFileValidate) {
     EXPECT_EQ(process.exitCode(), 0)
         << process.readAllStandardOutput().toStdString() << read(entry()).toStdString();
     EXPECT_EQ(process.readAllStandardOutput(), "");
+    // The program GLib would start at login, read as it reads the entry.
+    process.start("/usr/bin/python3",
+                  {"-c",
+                   "import sys\nfrom gi.repository import GLib\nentry = GLib.KeyFile()\n"
+                   "entry.load_from_file(sys.argv[1], GLib.KeyFileFlags.NONE)\n"
+                   "line = entry.get_string('Desktop Entry', 'Exec').replace('%%', '%')\n"
+                   "sys.stdout.buffer.write(GLib.shell_parse_argv(line)[1][0].encode())",
+                   entry()});
+    ASSERT_TRUE(process.waitForFinished(30000));
+    EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(GetParam()))
+        << process.readAllStandardError().toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, AutostartEntryValidity,
