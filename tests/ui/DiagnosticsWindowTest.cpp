@@ -37,15 +37,17 @@ struct DiagnosticsScene {
         slow.gate.hold = true;
     }
 
-    // The grid's cells as "label: value" lines, read from the widgets.
+    // The grid's cells as "label: value" lines, read from the widgets; a screen reader reads each
+    // value with its label.
     QStringList rows() {
         auto* grid = window.findChild<QGridLayout*>();
         QStringList result;
         for (int row = 0; row < grid->rowCount(); ++row) {
-            auto text = [&](int column) {
-                return qobject_cast<QLabel*>(grid->itemAtPosition(row, column)->widget())->text();
+            auto label = [&](int column) {
+                return qobject_cast<QLabel*>(grid->itemAtPosition(row, column)->widget());
             };
-            result.append(text(0) + ": " + text(1));
+            result.append(label(0)->text() + ": " + label(1)->text());
+            EXPECT_EQ(label(1)->accessibleDescription(), label(0)->text());
         }
         return result;
     }
