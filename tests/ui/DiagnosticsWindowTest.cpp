@@ -90,6 +90,10 @@ TEST(DiagnosticsWindow, ShowsEveryRowLiveTheHealthAndTheSupervisorsErrorFirst) {
                                          "Dropped focus segments: 0", "Presence coverage: Unknown",
                                          "Last successful sync: Never", "Last error kind: None"}));
     EXPECT_TRUE(scene.showsSymbol("arrow.triangle.2.circlepath"));
+    QPalette switched = scene.window.palette(); // the icon is tinted anew after a theme switch
+    switched.setColor(QPalette::WindowText, Qt::magenta);
+    scene.window.setPalette(switched);
+    EXPECT_TRUE(scene.showsSymbol("arrow.triangle.2.circlepath"));
     EXPECT_FALSE(scene.error()->isVisible());
     scene.value(0)->setSelection(0, 3); // the user is copying the app version
 
