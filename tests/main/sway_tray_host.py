@@ -42,18 +42,19 @@ def check(description, condition):
     if not desktop_session.check(description, condition):
         shot = os.path.join(ARTEFACTS, f"failure-{len(failures)}.png")
         subprocess.run(["grim", shot])
-        print(f"     screenshot: {shot}", flush=True)
+        print(f"     screenshot: {shot}\n     Sway's windows: {windows()}, focused: "
+              f"{list(windows(focused=True))}", flush=True)
     return condition
 
 
-def windows():
-    """Sway's windows as {title: (x, y, width, height)}."""
+def windows(focused=False):
+    """Sway's windows as {title: (x, y, width, height)}, or only the one with the keyboard focus."""
     found, nodes = {}, [json.loads(subprocess.run(["swaymsg", "-t", "get_tree"],
                                                   capture_output=True, text=True).stdout)]
     while nodes:
         node = nodes.pop()
         nodes += node.get("nodes", []) + node.get("floating_nodes", [])
-        if node.get("pid"):
+        if node.get("pid") and (node.get("focused") or not focused):
             found[node.get("name")] = tuple(node["rect"][k] for k in ("x", "y", "width", "height"))
     return found
 
@@ -117,6 +118,9 @@ def run(binary, pointer, log):
         if check("sway: a click on the icon opens the panel", panel):
             # Sway places our windows itself: reported, not required.
             print(f"     the panel {panel} is {distance(panel, icon)} px from the icon {icon}")
+            # A key typed before Sway hands the panel the focus goes to nobody.
+            check("sway: the panel has the keyboard focus",
+                  wait_for(lambda: "Vantrel" in windows(focused=True)))
             subprocess.run(["wtype", "-k", "Escape"], check=True)
             check("sway: Escape closes it", wait_for(lambda: "Vantrel" not in windows()))
 
@@ -187,7 +191,9 @@ def main():
             pointer.stdin.close()
             stop(pointer, sway)
     if failures:
-        print(f"sway: Vantrel's log is {log_path}", flush=True)
+        with open(log_path, errors="replace") as log:
+            print("sway: the end of Vantrel's log:", *log.readlines()[-30:], sep="\n     ",
+                  flush=True)
         return 1
     shutil.rmtree(HOME, ignore_errors=True)
     return 0
