@@ -1,24 +1,37 @@
-"""What the end-to-end drivers share: checks that collect failures, bounded waits, the application
-as the accessibility bus shows it, and the application's own D-Bus service and tray item."""
+# What the end-to-end drivers share: checks that collect failures (with a picture of the screen
+# when a driver can take one), bounded waits, a throwaway home, the application as the
+# accessibility bus and its own D-Bus service show it, its tray item and menu, and a tray host
+# that comes late and restarts.
+import glob
 import os
+import shutil
 import subprocess
+import sys
+import tempfile
 import time
 
 import dbus
 import pyatspi
 
-APP_ID = "com.keldor.Vantrel"
-APP_PATH = "/com/keldor/Vantrel"
 HERE = os.path.dirname(os.path.abspath(__file__))
-TIMEOUT = 20 * float(os.environ.get("VANTREL_TEST_TIMEOUT_FACTOR", "1"))
+FACTOR = float(os.environ.get("VANTREL_TEST_TIMEOUT_FACTOR", "1"))
+TIMEOUT = 20 * FACTOR
+WATCHER = "org.kde.StatusNotifierWatcher"
 
 failures = []
+screenshot = None  # set by a driver that can picture its screen: takes the file to write
 
 
 def check(description, condition):
     print(("ok   " if condition else "FAIL ") + description, flush=True)
     if not condition:
         failures.append(description)
+        if screenshot:
+            folder = os.environ.get("VANTREL_TEST_ARTIFACTS") or tempfile.mkdtemp(prefix="vantrel-")
+            os.environ["VANTREL_TEST_ARTIFACTS"] = folder
+            shot = os.path.join(folder, f"failure-{len(failures)}.png")
+            screenshot(shot)
+            print(f"     screenshot: {shot}", flush=True)
     return condition
 
 
@@ -35,47 +48,72 @@ def wait_for(predicate, timeout=TIMEOUT):
     return None
 
 
-def start_app(binary, home, *arguments, log=None):
-    """The application in a throwaway home, on X11, without start-up (no keyring, no helper; the
-    views still show the state), its tray decisions logged."""
-    env = dict(os.environ)
-    env.update({
-        "HOME": home,
-        "XDG_CONFIG_HOME": os.path.join(home, ".config"),
-        "XDG_DATA_HOME": os.path.join(home, ".local/share"),
-        "QT_QPA_PLATFORM": "xcb",
-        "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
-        "QT_LOGGING_RULES": "vantrel.tray.debug=true",
-        "XCTestConfigurationFilePath": "",
-    })
+def skip_unless(host, *needed):
+    # Programs by name, files by path (a glob).
+    missing = [need for need in needed if not (shutil.which(need) or glob.glob(need))]
+    if missing:
+        print(f"SKIP {host}: {', '.join(missing)} not installed "
+              "(VANTREL_INSTALL_DESKTOPS=1 scripts/install-deps.sh installs them)", flush=True)
+        sys.exit(77)
+
+
+def throwaway_home(host):
+    # The hosts live there too: they read their settings there and write there.
+    home = tempfile.mkdtemp(prefix=f"vantrel-{host}-")
+    for variable, folder in (("HOME", ""), ("XDG_CONFIG_HOME", ".config"),
+                             ("XDG_CACHE_HOME", ".cache"), ("XDG_DATA_HOME", ".local/share")):
+        os.environ[variable] = os.path.join(home, folder)
+    return home
+
+
+def finish(home, *logs):
+    # The home goes only with a success; a failure shows the end of each log, since CI keeps
+    # nothing else of the run.
+    for path in logs if failures else ():
+        with open(path, errors="replace") as log:
+            print(f"the end of {path}:", *log.read().splitlines()[-30:], sep="\n     ", flush=True)
+    if not failures:
+        shutil.rmtree(home, ignore_errors=True)
+    return 1 if failures else 0
+
+
+def start_app(binary, *arguments, log=None):
+    # Without start-up (no keyring, no helper; the views still show the state), tray decisions
+    # logged. Qt's -platform among the arguments outranks the X11 set here.
+    env = dict(os.environ, QT_QPA_PLATFORM="xcb", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1",
+               QT_LOGGING_RULES="vantrel.tray.debug=true", XCTestConfigurationFilePath="")
     return subprocess.Popen([binary, *arguments], env=env, stderr=log)
 
 
-def app_accessible():
+def stop(*processes):
+    for process in processes:
+        if isinstance(process, subprocess.Popen) and process.poll() is None:
+            process.terminate()
+            process.wait(5)
+
+
+def windows():
     desktop = pyatspi.Registry.getDesktop(0)
-    for index in range(desktop.childCount):
-        child = desktop.getChildAtIndex(index)
-        if child is not None and child.name.lower() in ("vantrel", "com.keldor.vantrel"):
-            return child
-    return None
+    for application in (desktop.getChildAtIndex(i) for i in range(desktop.childCount)):
+        if application is not None and application.name.lower() in ("vantrel",
+                                                                     "com.keldor.vantrel"):
+            return [application.getChildAtIndex(i) for i in range(application.childCount)]
+    return []
 
 
 def window(title):
-    application = app_accessible()
-    if application is None:
-        return None
-    for index in range(application.childCount):
-        child = application.getChildAtIndex(index)
-        if child is not None and child.name == title:
-            return child
-    return None
+    return next((shown for shown in windows() if shown is not None and shown.name == title), None)
 
 
 def showing(accessible):
     return accessible is not None and accessible.getState().contains(pyatspi.STATE_SHOWING)
 
 
-def find(root, name, roles):
+def shown_titles():
+    return [shown.name for shown in windows() if showing(shown)]
+
+
+def find(root, name, roles=(pyatspi.ROLE_PUSH_BUTTON,)):
     return pyatspi.findDescendant(root, lambda a: a.name == name and a.getRole() in roles)
 
 
@@ -84,55 +122,63 @@ def press(root, name, roles=(pyatspi.ROLE_PUSH_BUTTON,)):
     if control is None:
         return False
     actions = control.queryAction()
-    for index in range(actions.nActions):
-        if actions.getName(index) in ("press", "Press", "click", "toggle", "Toggle"):
-            return actions.doAction(index)
-    return actions.doAction(0)
+    wanted = [index for index in range(actions.nActions)
+              if actions.getName(index).lower() in ("press", "click", "toggle")]
+    return actions.doAction((wanted or [0])[0])
 
 
-def all_names(root):
-    """Every name and description in a window, as a screen reader could read them out."""
-    texts = []
-    for accessible in pyatspi.findAllDescendants(root, lambda a: True):
-        texts.extend(filter(None, (accessible.name, accessible.description)))
-    return "\n".join(texts)
+def our_items(bus):
+    try:
+        return [str(item) for item in bus.get_object(WATCHER, "/StatusNotifierWatcher").Get(
+            WATCHER, "RegisteredStatusNotifierItems", dbus_interface=dbus.PROPERTIES_IFACE)]
+    except dbus.DBusException:
+        return []
 
 
-def activate_action(bus, action):
-    application = bus.get_object(APP_ID, APP_PATH)
-    application.ActivateAction(action, dbus.Array([], signature="v"),
-                               dbus.Dictionary({}, signature="sv"),
-                               dbus_interface="org.freedesktop.Application")
-
-
-def start_tray_host(record):
-    """The stand-in tray host; items that register are written to `record`, one a line."""
-    open(record, "w").close()
-    return subprocess.Popen(["/usr/bin/python3", os.path.join(HERE, "status_notifier_watcher.py"),
-                             record])
-
-
-def tray_item(bus, item):
+def item_object(bus, item):
     name, path = item.split("/", 1)
-    return dbus.Interface(bus.get_object(name, "/" + path), "org.kde.StatusNotifierItem")
+    return bus.get_object(name, "/" + path)
 
 
 def menu_entries(bus, item):
-    name, path = item.split("/", 1)
-    properties = dbus.Interface(bus.get_object(name, "/" + path), dbus.PROPERTIES_IFACE)
-    menu_path = properties.Get("org.kde.StatusNotifierItem", "Menu")
-    menu = dbus.Interface(bus.get_object(name, menu_path), "com.canonical.dbusmenu")
+    """The menu's visible entries, {label: id}, and the menu."""
+    menu_path = item_object(bus, item).Get("org.kde.StatusNotifierItem", "Menu",
+                                           dbus_interface=dbus.PROPERTIES_IFACE)
+    menu = dbus.Interface(bus.get_object(item.split("/")[0], menu_path), "com.canonical.dbusmenu")
     _, layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"))
-    entries = {}
-    for child in layout[2]:
-        identifier, props, _ = child
-        if props.get("type") != "separator" and props.get("visible", True):
-            entries[str(props.get("label", "")).replace("_", "")] = int(identifier)
-    return menu, entries
+    return {str(props.get("label", "")).replace("_", ""): int(identifier)
+            for identifier, props, _ in layout[2]
+            if props.get("type") != "separator" and props.get("visible", True)}, menu
 
 
-def stop(*processes):
-    for process in processes:
-        if process is not None and process.poll() is None:
-            process.terminate()
-            process.wait(5)
+def choose(bus, item, label):
+    entries, menu = menu_entries(bus, item)
+    menu.Event(entries.get(label, 0), "clicked", dbus.String("", variant_level=1), 0)
+
+
+def tray_comes_and_goes(host, titles, start, ready, icon, with_icon, late=0, take_down=stop):
+    """Vantrel shows its window until a tray comes, `late` seconds after it; our icon shows
+    within a second of the tray being ready and the window goes; with_icon(icon, first) checks
+    what the tray offers. Then the tray goes, the window comes back, and all again."""
+    check(f"{host}: before the tray runs, Vantrel shows its window",
+          wait_for(lambda: "Vantrel" in titles(), 30 * FACTOR))
+    tray = None
+    try:
+        for when in ("started after Vantrel", "restarted"):
+            time.sleep(late)
+            tray = start()
+            wait_for(ready, 10 * FACTOR)
+            appeared = time.monotonic()
+            shown = wait_for(icon, 5 * FACTOR)
+            delay = time.monotonic() - appeared
+            check(f"{host}: the tray {when} shows our icon within a second ({delay:.2f} s)",
+                  shown and delay <= FACTOR)
+            check(f"{host}: the window goes once the icon is there",
+                  wait_for(lambda: "Vantrel" not in titles()))
+            with_icon(shown, when != "restarted")
+            if when != "restarted":
+                take_down(tray)
+                check(f"{host}: with the tray gone the window is back",
+                      wait_for(lambda: "Vantrel" in titles()))
+    finally:
+        stop(tray)

@@ -1,16 +1,15 @@
 #!/usr/bin/python3
-"""Stand-ins for the session services a tray application meets, for tests.
-
-Usage: session_stand_ins.py DIR
-
-Starts a private bus in place of the system bus (its address goes to DIR/system-bus) and owns
-org.freedesktop.login1 there; owns org.freedesktop.Notifications on the session bus. Every
-notification call is appended to DIR/notifications.log, each line ending with the number of
-notifications then open. The tests drive both through a "test.Control" interface:
-  login1:        Wake()      emits PrepareForSleep(false)
-  notifications: Press(id)   invokes the notification's first action; like a server showing
-                             resident notifications, it leaves the notification open.
-"""
+# Stand-ins for the session services a tray application meets, for tests.
+#
+# Usage: session_stand_ins.py DIR
+#
+# Starts a private bus in place of the system bus (its address goes to DIR/system-bus) and owns
+# org.freedesktop.login1 there; owns org.freedesktop.Notifications on the session bus. Every
+# notification call is appended to DIR/notifications.log, each line ending with the number of
+# notifications then open. The tests drive both through a "test.Control" interface:
+#   login1:        Wake()      emits PrepareForSleep(false)
+#   notifications: Press(id)   invokes the notification's first action; like a server showing
+#                              resident notifications, it leaves the notification open.
 import os
 import signal
 import subprocess
@@ -21,18 +20,20 @@ import dbus.service
 from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
 
-BUS_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:dir={dir}</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>"""
+BUS_CONFIG = """<busconfig><listen>unix:dir={}</listen><auth>EXTERNAL</auth>
+<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/>
+</policy></busconfig>"""
+
+
+def private_bus(folder):
+    """A bus of our own in place of the system bus: the daemon and the bus's address."""
+    os.makedirs(os.path.join(folder, "system-bus.d"), exist_ok=True)
+    with open(os.path.join(folder, "system-bus.conf"), "w") as out:
+        out.write(BUS_CONFIG.format(os.path.join(folder, "system-bus.d")))
+    daemon = subprocess.Popen(["dbus-daemon", "--nofork", "--print-address",
+                               f"--config-file={folder}/system-bus.conf"],
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    return daemon, daemon.stdout.readline().strip()
 
 
 class Login1(dbus.service.Object):
@@ -94,15 +95,8 @@ class Notifications(dbus.service.Object):
 def main():
     work = sys.argv[1]
     DBusGMainLoop(set_as_default=True)
-    socket_dir = os.path.join(work, "system-bus.d")
-    os.makedirs(socket_dir, exist_ok=True)
-    with open(os.path.join(work, "system-bus.conf"), "w") as out:
-        out.write(BUS_CONFIG.format(dir=socket_dir))
-    daemon = subprocess.Popen(["dbus-daemon", "--nofork", "--print-address",
-                               f"--config-file={work}/system-bus.conf"],
-                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    daemon, address = private_bus(work)
     try:
-        address = daemon.stdout.readline().strip()
         system = dbus.bus.BusConnection(address)
         login1 = Login1(system)
         system.request_name("org.freedesktop.login1")

@@ -3,14 +3,6 @@
 #   sway-tray-host-end-to-end.sh <vantrel binary> <virtual_pointer binary> [screenshot folder]
 # With a folder, it takes the README's screenshots of the panel there instead of testing.
 set -euo pipefail
-missing=""
-for program in sway swaymsg waybar grim wtype; do
-    command -v "$program" >/dev/null || missing+=" $program"
-done
-if [ -n "$missing" ]; then
-    echo "SKIP sway:$missing not installed (VANTREL_INSTALL_DESKTOPS=1 scripts/install-deps.sh installs them)"
-    exit 77
-fi
 here="$(cd "$(dirname "$0")" && pwd)"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
@@ -33,11 +25,10 @@ status=0
     dbus-run-session -- /usr/bin/python3 "$here/sway_tray_host.py" "$1" "$2" ${3:+--screenshots} ||
     status=$?
 if [ -n "${3:-}" ]; then
-    cp "$work/artefacts"/sway-panel-*.png "$3/"
+    cp "$work/artefacts"/sway-panel-*.png "$3/" 2>/dev/null || true
 elif compgen -G "$work/artefacts/*.png" >/dev/null; then
     kept="${VANTREL_TEST_ARTIFACTS:-$(mktemp -d "${TMPDIR:-/tmp}/vantrel-shots-XXXXXX")}"
-    mkdir -p "$kept"
-    cp "$work/artefacts"/*.png "$kept/"
+    mkdir -p "$kept" && cp "$work/artefacts"/*.png "$kept/"
     echo "screenshots kept in $kept"
 fi
 exit "$status"

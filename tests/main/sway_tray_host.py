@@ -11,17 +11,15 @@
 import glob
 import json
 import os
-import shutil
 import subprocess
 import sys
-import tempfile
 import time
 
 import dbus
 
 import desktop_session
-from desktop_session import failures, menu_entries, start_app, stop, wait_for
-from real_tray_hosts import FACTOR, ICON_DELAY, WATCHER, distance, our_items
+from desktop_session import (FACTOR, WATCHER, check, choose, finish, our_items, skip_unless,
+                             start_app, stop, throwaway_home, tray_comes_and_goes, wait_for)
 
 WIDTH, HEIGHT, BAR = 1280, 800, 30
 CONFIGS = {
@@ -34,17 +32,6 @@ CONFIGS = {
 DARK = "".join(f"[Colors:{group}]\nBackgroundNormal={colour}\nForegroundNormal=239,240,241\n"
                for group, colour in (("Window", "42,46,50"), ("View", "35,38,41"),
                                      ("Button", "49,54,59")))
-ARTEFACTS = os.environ["VANTREL_TEST_ARTIFACTS"]
-HOME = tempfile.mkdtemp(prefix="vantrel-sway-")
-
-
-def check(description, condition):
-    if not desktop_session.check(description, condition):
-        shot = os.path.join(ARTEFACTS, f"failure-{len(failures)}.png")
-        subprocess.run(["grim", shot])
-        print(f"     screenshot: {shot}\n     Sway's windows: {windows()}, focused: "
-              f"{list(windows(focused=True))}", flush=True)
-    return condition
 
 
 def windows(focused=False):
@@ -59,6 +46,11 @@ def windows(focused=False):
     return found
 
 
+def screenshot(shot):
+    subprocess.run(["grim", shot])
+    print(f"     Sway's windows: {windows()}, focused: {list(windows(focused=True))}", flush=True)
+
+
 def icon_rectangle():
     """Where the bar is drawn in other colours than its background: our item is its only icon."""
     pixels = subprocess.run(["grim", "-t", "ppm", "-g", f"0,0 {WIDTH}x{BAR}", "-"],
@@ -70,23 +62,10 @@ def icon_rectangle():
 
 
 def start_waybar():
-    return subprocess.Popen(["waybar", "-c", os.path.join(HOME, "waybar.json"), "-s",
-                             os.path.join(HOME, "waybar.css")], stdout=subprocess.DEVNULL,
+    home = os.environ["HOME"]
+    return subprocess.Popen(["waybar", "-c", os.path.join(home, "waybar.json"), "-s",
+                             os.path.join(home, "waybar.css")], stdout=subprocess.DEVNULL,
                             stderr=subprocess.DEVNULL)
-
-
-def waybar_shows_our_item(bus, before, how):
-    """Starts Waybar: our item registers within a second of its watcher, and the window goes."""
-    waybar = start_waybar()
-    wait_for(lambda: bus.name_has_owner(WATCHER), 10 * FACTOR)
-    appeared = time.monotonic()
-    registered = wait_for(lambda: set(our_items(bus)) - before, 5 * FACTOR)
-    delay = round(time.monotonic() - appeared, 2) if registered else None
-    check(f"sway: Waybar {how} shows our item within a second ({delay} s)",
-          delay is not None and delay <= ICON_DELAY)
-    check("sway: the window goes once the icon is there",
-          wait_for(lambda: "Vantrel" not in windows()))
-    return waybar
 
 
 def point(pointer, *moves):
@@ -98,6 +77,7 @@ def point(pointer, *moves):
 
 def open_panel(pointer, icon):
     """Clicks the icon; returns the panel's rectangle once it shows."""
+    icon = icon or (WIDTH - 20, 5, 20, 20)
     # From elsewhere: a click where the pointer already rests reaches no icon drawn since.
     point(pointer, f"{WIDTH // 2} {HEIGHT // 2}",
           f"{icon[0] + icon[2] // 2} {icon[1] + icon[3] // 2} left")
@@ -106,97 +86,83 @@ def open_panel(pointer, icon):
 
 def run(binary, pointer, log):
     bus = dbus.SessionBus()
-    app = waybar = None
-    try:
-        app = start_app(binary, HOME, "-platform", "wayland", log=log)
-        check("sway: before Waybar runs, Vantrel shows its window",
-              wait_for(lambda: "Vantrel" in windows()))
-        waybar = waybar_shows_our_item(bus, set(), "started after Vantrel")
-        icon = wait_for(icon_rectangle, 5 * FACTOR)
-        check(f"sway: Waybar draws the icon ({icon})", icon)
-        panel = open_panel(pointer, icon or (WIDTH - 20, 5, 20, 20))
-        if check("sway: a click on the icon opens the panel", panel):
-            # Sway places our windows itself: reported, not required.
-            print(f"     the panel {panel} is {distance(panel, icon)} px from the icon {icon}")
+
+    def with_icon(_, first):
+        if first:
+            icon = wait_for(icon_rectangle, 5 * FACTOR)
+            check(f"sway: Waybar draws the icon ({icon})", icon)
+            check("sway: a click on the icon opens the panel", open_panel(pointer, icon))
             # A key typed before Sway hands the panel the focus goes to nobody.
             check("sway: the panel has the keyboard focus",
                   wait_for(lambda: "Vantrel" in windows(focused=True)))
             subprocess.run(["wtype", "-k", "Escape"], check=True)
             check("sway: Escape closes it", wait_for(lambda: "Vantrel" not in windows()))
-
-        before = set(our_items(bus))
-        stop(waybar)
-        check("sway: with Waybar gone the window is back", wait_for(lambda: "Vantrel" in windows()))
-        waybar = waybar_shows_our_item(bus, before, "restarted")
-
-        menu, entries = menu_entries(bus, our_items(bus)[0])
+            return
         for entry, title in (("Settings…", "Vantrel Settings"),
                              ("Diagnostics…", "Vantrel Diagnostics")):
-            menu.Event(entries.get(entry, 0), "clicked", dbus.String("", variant_level=1), 0)
+            choose(bus, our_items(bus)[0], entry)
             check(f"sway: the menu's {entry} opens a window Sway calls exactly {title!r}",
                   wait_for(lambda: title in windows()))
+
+    app = start_app(binary, "-platform", "wayland", log=log)
+    try:
+        tray_comes_and_goes("sway", windows, start_waybar, lambda: bus.name_has_owner(WATCHER),
+                            lambda: our_items(bus), with_icon)
     finally:
-        stop(app, waybar)
+        stop(app)
 
 
 def screenshots(binary, pointer, log):
     """The bar and the open panel, light and then dark, as sway-panel-<scheme>.png."""
     for scheme in ("light", "dark"):
         if scheme == "dark":
-            with open(os.path.join(HOME, ".config/kdeglobals"), "w", encoding="utf-8") as out:
+            with open(os.path.join(os.environ["XDG_CONFIG_HOME"], "kdeglobals"), "w") as out:
                 out.write(DARK)
             os.environ.update(XDG_CURRENT_DESKTOP="KDE", KDE_SESSION_VERSION="5")
         # A Waybar of its own for each: Waybar 0.9.17 may end when an item it shows goes away.
-        waybar, app = start_waybar(), start_app(binary, HOME, "-platform", "wayland", log=log)
-        panel = open_panel(pointer, wait_for(icon_rectangle) or (WIDTH - 20, 5, 20, 20))
+        waybar, app = start_waybar(), start_app(binary, "-platform", "wayland", log=log)
+        panel = open_panel(pointer, wait_for(icon_rectangle))
         if check(f"sway: the {scheme} panel opens for its screenshot", panel):
             point(pointer, f"{WIDTH - 1} {HEIGHT - 1}")  # out of the picture
             time.sleep(0.5)  # shown is not yet drawn
             x, bottom = panel[0] - 12, panel[1] + panel[3] + 12
-            subprocess.run(["grim", "-g", f"{x},0 {WIDTH - x}x{bottom}",
-                            os.path.join(ARTEFACTS, f"sway-panel-{scheme}.png")], check=True)
+            subprocess.run(["grim", "-g", f"{x},0 {WIDTH - x}x{bottom}", os.path.join(
+                os.environ["VANTREL_TEST_ARTIFACTS"], f"sway-panel-{scheme}.png")], check=True)
         stop(app, waybar)
 
 
 def main():
     binary, pointer_binary, mode = sys.argv[1], sys.argv[2], sys.argv[3:]
-    for variable, folder in (("HOME", ""), ("XDG_CONFIG_HOME", ".config"),
-                             ("XDG_CACHE_HOME", ".cache"), ("XDG_DATA_HOME", ".local/share")):
-        os.environ[variable] = os.path.join(HOME, folder)
-    os.makedirs(os.path.join(HOME, ".config"))  # where the dark scheme goes
+    skip_unless("sway", "sway", "swaymsg", "waybar", "grim", "wtype")
+    home = throwaway_home("sway")
+    os.makedirs(os.environ["XDG_CONFIG_HOME"])  # where the dark scheme goes
     for name, text in CONFIGS.items():
-        with open(os.path.join(HOME, name), "w", encoding="utf-8") as out:
+        with open(os.path.join(home, name), "w", encoding="utf-8") as out:
             out.write(text)
     runtime = os.environ["XDG_RUNTIME_DIR"]
-    sway = subprocess.Popen(["sway", "-c", os.path.join(HOME, "sway.conf")],
+    sway = subprocess.Popen(["sway", "-c", os.path.join(home, "sway.conf")],
                             env=dict(os.environ, WLR_BACKENDS="headless",
                                      WLR_LIBINPUT_NO_DEVICES="1"),
                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     display = wait_for(lambda: glob.glob(os.path.join(runtime, "sway-ipc.*.sock")) and
                        [p for p in glob.glob(os.path.join(runtime, "wayland-*"))
                         if not p.endswith(".lock")])
-    if not display:
-        print("sway: the compositor did not come up", flush=True)
+    if not check("sway: the compositor comes up", display):
         stop(sway)
         return 1
     os.environ["WAYLAND_DISPLAY"] = display[0]
     os.environ["SWAYSOCK"] = glob.glob(os.path.join(runtime, "sway-ipc.*.sock"))[0]
+    desktop_session.screenshot = screenshot
     pointer = subprocess.Popen([pointer_binary, str(WIDTH), str(HEIGHT)], text=True,
                                stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-    log_path = os.path.join(HOME, "vantrel.log")
+    log_path = os.path.join(home, "vantrel.log")
     with open(log_path, "w") as log:
         try:
             (screenshots if mode == ["--screenshots"] else run)(binary, pointer, log)
         finally:
             pointer.stdin.close()
             stop(pointer, sway)
-    if failures:
-        with open(log_path, errors="replace") as log:
-            print("sway: the end of Vantrel's log:", *log.readlines()[-30:], sep="\n     ",
-                  flush=True)
-        return 1
-    shutil.rmtree(HOME, ignore_errors=True)
-    return 0
+    return finish(home, log_path)
 
 
 if __name__ == "__main__":

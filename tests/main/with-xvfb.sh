@@ -2,32 +2,20 @@
 # Runs a command on a virtual X server of its own: with-xvfb.sh <command> [arguments...]
 # Exits 77 (skipped) where there is no Xvfb; otherwise returns the command's exit status.
 set -euo pipefail
-command -v Xvfb >/dev/null && command -v xdpyinfo >/dev/null || { echo "no Xvfb" >&2; exit 77; }
+command -v Xvfb >/dev/null || { echo "no Xvfb" >&2; exit 77; }
 work="$(mktemp -d)"
-xvfb_pid=""
-trap '[ -z "$xvfb_pid" ] || kill "$xvfb_pid" 2>/dev/null; rm -rf "$work"' EXIT
-
-# Several test runs may share the machine: try displays at random until a server stays up.
-for _ in $(seq 20); do
-    display=$((200 + RANDOM % 700))
-    [ -e "/tmp/.X${display}-lock" ] && continue
-    Xvfb ":$display" -screen 0 1280x800x24 -nolisten tcp -noreset 2>"$work/xvfb.log" &
-    xvfb_pid=$!
-    for _ in $(seq 50); do
-        DISPLAY=":$display" xdpyinfo >/dev/null 2>&1 && break
-        kill -0 "$xvfb_pid" 2>/dev/null || break
-        sleep 0.1
-    done
-    if kill -0 "$xvfb_pid" 2>/dev/null && DISPLAY=":$display" xdpyinfo >/dev/null 2>&1; then
-        export DISPLAY=":$display"
-        break
-    fi
-    xvfb_pid=""
+trap 'kill "$xvfb_pid" 2>/dev/null; rm -rf "$work"' EXIT
+# Several test runs may share the machine: the server takes a free display itself and names it
+# once it accepts connections.
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$work/display" \
+    2>"$work/xvfb.log" &
+xvfb_pid=$!
+for _ in $(seq 100); do
+    [ -s "$work/display" ] || ! kill -0 "$xvfb_pid" 2>/dev/null && break
+    sleep 0.1
 done
-if [ -z "$xvfb_pid" ]; then
-    cat "$work/xvfb.log" >&2
-    exit 1
-fi
+[ -s "$work/display" ] || { cat "$work/xvfb.log" >&2; exit 1; }
+export DISPLAY=":$(cat "$work/display")"
 # Qt's X11 plugin builds its keymap with libxkbcommon-x11, which passes strndup a buffer that is
 # not NUL-terminated within its length; AddressSanitizer's strict string checks read on to a NUL
 # and report an overflow that is not there. Later options win over the caller's.
