@@ -18,11 +18,15 @@ namespace {
 
 using ::PrintTo;
 
+void signIn(AppHarness& harness, AppState& state) {
+    harness.credentials.stored = "vk_live_1";
+    AsyncTest::run(state.start());
+}
+
 struct SettingsScene {
     explicit SettingsScene(bool signedIn) {
         if (signedIn) {
-            harness.credentials.stored = "vk_live_1";
-            AsyncTest::run(state->start());
+            signIn(harness, *state);
         }
     }
 
@@ -147,11 +151,6 @@ const QString authorizedText = "This Mac is authorized. Its credential is stored
 const QStringList advanced{"Advanced connection settings", "API server URL"};
 const QString manualCaption = "Manual keys remain available for self-hosted and Waka-compatible "
                               "setups. Saving restarts the local tracker safely.";
-
-void signIn(AppHarness& harness, AppState& state) {
-    harness.credentials.stored = "vk_live_1";
-    AsyncTest::run(state.start());
-}
 
 INSTANTIATE_TEST_SUITE_P(
     States, SettingsConditions,
