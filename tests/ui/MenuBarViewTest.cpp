@@ -273,12 +273,9 @@ TEST_P(PanelAction, clickInThePanelAndTheTrayMenuEntryCallItsOperation) {
     GetParam().arrange(fixture);
     TrayMenuPresenter entries(*fixture.presenter, [] { return std::make_unique<FakeTicker>(); });
     TrayMenu menu(entries);
-    const QList<QAction*> actions = menu.actions();
-    const auto entry = std::find_if(actions.cbegin(), actions.cend(), [](const QAction* action) {
-        return action->text() == GetParam().control && action->isVisible();
-    });
-    ASSERT_NE(entry, actions.cend());
-    (*entry)->trigger();
+    const qsizetype entry = menuTexts(menu).indexOf(GetParam().control); // enabled, unbracketed
+    ASSERT_GE(entry, 0);
+    menu.actions().at(entry)->trigger();
     EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
 }
 
