@@ -1,7 +1,7 @@
 #include "ui/MenuBarView.h"
 
 #include "PanelTestSupport.h"
-#include "core/PlatformError.h"
+#include "support/TableRows.h"
 #include "ui/DiagnosticsWindow.h"
 #include "ui/HealthAppearance.h"
 #include "ui/MenuRowButton.h"
@@ -15,46 +15,59 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QLabel>
-#include <QSignalSpy>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-const auto rowName = [](const auto& row) { return std::string(row.param.name); };
+using ::PrintTo;
 
-QAbstractButton* button(const QWidget& view, const QString& text) {
-    for (QAbstractButton* candidate : view.findChildren<QAbstractButton*>()) {
-        if (candidate->text() == text && candidate->isVisibleTo(&view)) {
+// The first widget of the kind, shown in `view`, whose text matches.
+template <typename Widget>
+Widget* shown(const QWidget& view, const std::function<bool(const QString&)>& matches) {
+    for (Widget* candidate : view.findChildren<Widget*>()) {
+        if (matches(candidate->text()) && candidate->isVisibleTo(&view)) {
             return candidate;
         }
     }
     return nullptr;
 }
 
-struct ShownRow {
+std::function<bool(const QString&)> is(const QString& text) {
+    return [text](const QString& candidate) { return candidate == text; };
+}
+
+// Each state as the panel draws it and as the tray menu lists it. The menu is made first, so
+// each change must reach it.
+struct StateRow {
     const char* name;
     std::function<void(PanelFixture&)> arrange;
-    QStringList drawn;
+    QStringList panel;
+    QStringList menu;
 };
 
-class PanelView : public ::testing::TestWithParam<ShownRow> {};
+class PanelState : public ::testing::TestWithParam<StateRow> {};
 
-TEST_P(PanelView, drawsTheStatesTextsAndButtonsInOrder) {
+TEST_P(PanelState, drawsItsTextsAndButtonsInOrderInThePanelAndTheTrayMenu) {
     PanelFixture fixture;
+    TrayMenuPresenter entries(*fixture.presenter, [] { return std::make_unique<FakeTicker>(); });
+    TrayMenu menu(entries);
     GetParam().arrange(fixture);
     MenuBarView view(*fixture.presenter);
     view.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
     EXPECT_EQ(view.width(), 330);
-    EXPECT_EQ(drawnTexts(view), GetParam().drawn);
+    EXPECT_EQ(drawnTexts(view), GetParam().panel);
+    EXPECT_EQ(menuTexts(menu), GetParam().menu);
 }
 
 const QString caption = "Vantrel opens a secure browser page where you approve this Mac.";
-const QStringList header{"Vantrel"};
 const QStringList notSynced{"Last sync", "Not synced yet"};
 const QStringList rows{"Settings…", "Diagnostics…", "Sign Out", "Quit Vantrel"};
+const QStringList signedOutRows{"Settings…", "Diagnostics…", "Quit Vantrel"};
+const QStringList menuRows{"-", "Settings…", "Diagnostics…", "Sign Out", "-", "Quit Vantrel"};
+const QStringList signedOutMenuRows{"-", "Settings…", "Diagnostics…", "-", "Quit Vantrel"};
 const auto signedIn = [](PanelFixture& f) { f.signIn(); };
 const auto signedInWith = [](std::function<void(PanelFixture&)> arrange) {
     return [arrange](PanelFixture& f) {
@@ -64,115 +77,101 @@ const auto signedInWith = [](std::function<void(PanelFixture&)> arrange) {
 };
 
 INSTANTIATE_TEST_SUITE_P(
-    States, PanelView,
+    States, PanelState,
     ::testing::Values(
-        ShownRow{"signedOut", [](PanelFixture&) {},
-                 header + QStringList{"Sign in required"} + notSynced +
-                     QStringList{"Sign In", caption, "Settings…", "Diagnostics…", "Quit Vantrel"}},
-        ShownRow{"signedInWithoutSummary", signedIn,
-                 header + QStringList{"Connecting"} + notSynced +
-                     QStringList{"Today", "—", "Open Dashboard"} + rows},
-        ShownRow{"tracking", signedInWith([](PanelFixture& f) {
+        StateRow{"signedOut", [](PanelFixture&) {},
+                 QStringList{"Vantrel", "Sign in required"} + notSynced +
+                     QStringList{"Sign In", caption} + signedOutRows,
+                 QStringList{"[Sign in required]", "-", "Sign In"} + signedOutMenuRows},
+        StateRow{"signedInWithoutSummary", signedIn,
+                 QStringList{"Vantrel", "Connecting"} + notSynced +
+                     QStringList{"Today", "—", "Open Dashboard"} + rows,
+                 QStringList{"[Connecting]", "-", "Open Dashboard"} + menuRows},
+        StateRow{"tracking", signedInWith([](PanelFixture& f) {
                      f.harness.supervisor.setHelperRunning(true);
                      f.reportStatus([](TrackerStatus& s) {
                          s.lastSuccessfulUploadAt = "2024-05-01T09:58:00Z";
                      });
                      f.harness.poller.onUpdate(TodaySummary{"1 hr 5 mins", 3900});
                  }),
-                 header +
-                     QStringList{"Tracking", "Last sync", "May 1, 2024, 9:58 AM", "(2 minutes ago)",
-                                 "Today", "1 hr 5 mins", "Open Dashboard"} +
-                     rows},
-        ShownRow{"keyRejected", signedInWith([](PanelFixture& f) {
-                     f.harness.supervisor.setHelperRunning(true);
-                     f.reportStatus(
-                         [](TrackerStatus& s) { s.lastUploadErrorKind = "unauthorized"; });
-                 }),
-                 header + QStringList{"Action required", "The API key was rejected."} + notSynced +
-                     QStringList{"Today", "—", "Sign In Again", caption} + rows},
-        ShownRow{
+                 QStringList{"Vantrel", "Tracking", "Last sync", "May 1, 2024, 9:58 AM",
+                             "(2 minutes ago)", "Today", "1 hr 5 mins", "Open Dashboard"} +
+                     rows,
+                 QStringList{"[Tracking]", "-", "Open Dashboard"} + menuRows},
+        StateRow{
+            "keyRejected", signedInWith([](PanelFixture& f) {
+                f.harness.supervisor.setHelperRunning(true);
+                f.reportStatus([](TrackerStatus& s) { s.lastUploadErrorKind = "unauthorized"; });
+            }),
+            QStringList{"Vantrel", "Action required", "The API key was rejected."} + notSynced +
+                QStringList{"Today", "—", "Sign In Again", caption} + rows,
+            QStringList{"[Action required]", "[The API key was rejected.]", "-", "Sign In Again"} +
+                menuRows},
+        StateRow{
             "crashLocked",
             signedInWith([](PanelFixture& f) { f.harness.supervisor.setCrashLocked(true); }),
-            header + QStringList{"Action required", "Tracker stopped after repeated crashes."} +
-                notSynced + QStringList{"Today", "—", "Open Dashboard", "Retry Tracker"} + rows},
-        ShownRow{"helperFailed", signedInWith([](PanelFixture& f) {
+            QStringList{"Vantrel", "Action required", "Tracker stopped after repeated crashes."} +
+                notSynced + QStringList{"Today", "—", "Open Dashboard", "Retry Tracker"} + rows,
+            QStringList{"[Action required]", "[Tracker stopped after repeated crashes.]", "-",
+                        "Open Dashboard", "Retry Tracker"} +
+                menuRows},
+        StateRow{"helperFailed", signedInWith([](PanelFixture& f) {
                      f.harness.supervisor.setLastError(QString("exited with status 3"));
                  }),
-                 header + QStringList{"Connecting"} + notSynced +
-                     QStringList{"Today", "—", "Open Dashboard", "Retry Tracker"} + rows},
-        ShownRow{"signingInWithoutACodeYet",
+                 QStringList{"Vantrel", "Connecting"} + notSynced +
+                     QStringList{"Today", "—", "Open Dashboard", "Retry Tracker"} + rows,
+                 QStringList{"[Connecting]", "-", "Open Dashboard", "Retry Tracker"} + menuRows},
+        StateRow{"signingInWithoutACodeYet",
                  [](PanelFixture& f) {
                      f.harness.authorizer.startOutcomes.push_back(DeviceAuthorizationSession{});
                      f.state->beginDeviceAuthorization();
                  },
-                 header + QStringList{"Connecting", "Preparing a secure browser sign in…"} +
-                     notSynced + QStringList{"Open Approval Page", "Cancel Sign In"} + rows},
-        ShownRow{"signingInWithACode", [](PanelFixture& f) { f.beginSignInWithCode(300); },
-                 header +
-                     QStringList{"Connecting", "Confirmation code", "WDJB-MJHT", "Expires in",
-                                 "5:00", "Approve this Mac in your browser."} +
-                     notSynced + QStringList{"Open Approval Page", "Cancel Sign In"} + rows},
-        ShownRow{"signInFailed",
-                 [](PanelFixture& f) {
-                     f.harness.authorizer.startOutcomes.push_back(
-                         std::make_exception_ptr(PlatformError("Permission denied")));
-                     f.state->beginDeviceAuthorization();
-                     AsyncTest::waitUntil([&f] { return f.state->presentedError().has_value(); });
-                 },
-                 header + QStringList{"Sign in required"} + notSynced +
-                     QStringList{"Permission denied", "Sign In", caption, "Settings…",
-                                 "Diagnostics…", "Quit Vantrel"}}),
+                 QStringList{"Vantrel", "Connecting", "Preparing a secure browser sign in…"} +
+                     notSynced + QStringList{"Open Approval Page", "Cancel Sign In"} + rows,
+                 QStringList{"[Connecting]", "-", "Open Approval Page", "Cancel Sign In"} +
+                     menuRows},
+        StateRow{"signingInWithACode", [](PanelFixture& f) { f.beginSignInWithCode(300); },
+                 QStringList{"Vantrel", "Connecting", "Confirmation code", "WDJB-MJHT",
+                             "Expires in", "5:00", "Approve this Mac in your browser."} +
+                     notSynced + QStringList{"Open Approval Page", "Cancel Sign In"} + rows,
+                 QStringList{"[Connecting]", "[Confirmation code: WDJB-MJHT]", "[Expires in 5:00]",
+                             "-", "Open Approval Page", "Cancel Sign In"} +
+                     menuRows},
+        StateRow{"signInFailed", [](PanelFixture& f) { f.failSignIn("Permission denied"); },
+                 QStringList{"Vantrel", "Sign in required"} + notSynced +
+                     QStringList{"Permission denied", "Sign In", caption} + signedOutRows,
+                 QStringList{"[Sign in required]", "[Permission denied]", "-", "Sign In"} +
+                     signedOutMenuRows}),
     rowName);
 
-QLabel* labelShowing(const QWidget& view, const std::function<bool(const QString&)>& text) {
-    for (QLabel* label : view.findChildren<QLabel*>()) {
-        if (text(label->text()) && label->isVisibleTo(&view)) {
-            return label;
-        }
-    }
-    return nullptr;
-}
-
-// The error in red: whole when it fits three lines, else cut at the end of the third with "…".
-class PanelError : public ::testing::TestWithParam<std::pair<const char*, int>> {};
-
-TEST_P(PanelError, showsAtMostThreeWholeLinesInRed) {
+// An error that does not fit three lines is cut at the end of the third with "…".
+TEST(PanelView, showsAtMostThreeWholeLinesOfAnErrorInRed) {
     PanelFixture fixture;
-    const QString text = QString(GetParam().first).repeated(GetParam().second);
-    fixture.harness.authorizer.startOutcomes.push_back(
-        std::make_exception_ptr(PlatformError(text)));
-    fixture.state->beginDeviceAuthorization();
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return fixture.state->presentedError().has_value(); }));
+    const QString text = QString("The secret service refused the request. ").repeated(12);
+    fixture.failSignIn(text);
     MenuBarView view(*fixture.presenter);
     view.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
-    const QLabel* error = labelShowing(view, [&](const QString& shown) {
-        return shown == text || (shown.endsWith(QChar(0x2026)) && text.startsWith(shown.left(9)));
+    const QLabel* error = shown<QLabel>(view, [&](const QString& label) {
+        return label.endsWith(QChar(0x2026)) && text.startsWith(label.left(9));
     });
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->palette().color(error->foregroundRole()), HealthAppearance::red());
-    EXPECT_EQ(error->text() == text, GetParam().second == 1);
     // Every line is drawn in full: none wraps further or falls below the label.
     EXPECT_GE(error->height(), error->heightForWidth(error->width()));
     EXPECT_LT(error->height(), 4 * error->fontMetrics().lineSpacing());
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, PanelError,
-                         ::testing::Values(std::pair("Permission denied", 1),
-                                           std::pair("The secret service refused the request. ",
-                                                     12)));
-
 TEST(PanelView, showsTheCodeSelectableInACaptionMonospacedBoldFontAfterAPlainTitle) {
     PanelFixture fixture;
     fixture.beginSignInWithCode();
     MenuBarView view(*fixture.presenter);
-    const QLabel* code = labelShowing(view, [](const QString& t) { return t == "WDJB-MJHT"; });
+    const QLabel* code = shown<QLabel>(view, is("WDJB-MJHT"));
     ASSERT_NE(code, nullptr);
     EXPECT_TRUE(code->textInteractionFlags() & Qt::TextSelectableByMouse);
     EXPECT_TRUE(QFontInfo(code->font()).fixedPitch() && code->font().bold());
     EXPECT_LT(code->font().pointSizeF(), view.font().pointSizeF());
-    EXPECT_EQ(labelShowing(view, [](const QString& t) { return t == "Confirmation code"; })->font(),
-              view.font());
+    EXPECT_EQ(shown<QLabel>(view, is("Confirmation code"))->font(), view.font());
 }
 
 TEST(MenuRowButton, drawsKeyboardFocusAsARingApartFromHover) {
@@ -196,43 +195,33 @@ TEST(MenuRowButton, drawsKeyboardFocusAsARingApartFromHover) {
     EXPECT_NE(hovered.pixel(row.width() / 2, 0), ring);
 }
 
-// Secondary text and drawn symbols take their colours when drawn: a switch between light and
-// dark (the palette change the application delivers to each window) reaches every window.
-using WindowMaker = std::function<QWidget*(PanelFixture&, SettingsPresenter&)>;
-class FollowsPalette : public ::testing::TestWithParam<std::pair<const char*, WindowMaker>> {};
-
-TEST_P(FollowsPalette, redrawsInTheNewSecondaryColour) {
-    PanelFixture fixture;
-    SettingsPresenter settings(*fixture.state);
-    const std::unique_ptr<QWidget> window(GetParam().second(fixture, settings));
-    window->show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-    const auto magentaPixels = [&window] {
-        const QImage image = window->grab().toImage().convertToFormat(QImage::Format_RGB32);
-        const auto* pixels = reinterpret_cast<const QRgb*>(image.constBits());
-        return std::count_if(pixels, pixels + image.width() * image.height(), [](QRgb pixel) {
-            return qRed(pixel) > 200 && qBlue(pixel) > 200 && qGreen(pixel) < 90;
-        });
-    };
-    EXPECT_EQ(magentaPixels(), 0);
-    QPalette switched = window->palette();
-    switched.setColor(QPalette::PlaceholderText, Qt::magenta);
-    window->setPalette(switched);
-    EXPECT_GT(magentaPixels(), 20);
+qsizetype magentaPixels(QWidget& window) {
+    const QImage image = window.grab().toImage().convertToFormat(QImage::Format_RGB32);
+    const auto* pixels = reinterpret_cast<const QRgb*>(image.constBits());
+    return std::count_if(pixels, pixels + image.width() * image.height(), [](QRgb pixel) {
+        return qRed(pixel) > 200 && qBlue(pixel) > 200 && qGreen(pixel) < 90;
+    });
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Windows, FollowsPalette,
-    ::testing::Values(std::pair("panel", WindowMaker([](PanelFixture& f, SettingsPresenter&) {
-                                    return new MenuBarView(*f.presenter);
-                                })),
-                      std::pair("settings", WindowMaker([](PanelFixture&, SettingsPresenter& s) {
-                                    return new SettingsWindow(s);
-                                })),
-                      std::pair("diagnostics", WindowMaker([](PanelFixture& f, SettingsPresenter&) {
-                                    return new DiagnosticsWindow(*f.state, f.harness.supervisor);
-                                }))),
-    [](const auto& row) { return std::string(row.param.first); });
+// Secondary text and drawn symbols take their colours when drawn: a switch between light and
+// dark (the palette change the application delivers to each window) reaches every window.
+TEST(SecondaryTextColour, everyWindowRedrawsInTheNewSecondaryColour) {
+    PanelFixture fixture;
+    SettingsPresenter settings(*fixture.state);
+    MenuBarView panel(*fixture.presenter);
+    SettingsWindow settingsWindow(settings);
+    DiagnosticsWindow diagnostics(*fixture.state, fixture.harness.supervisor);
+    for (QWidget* window : std::initializer_list<QWidget*>{&panel, &settingsWindow, &diagnostics}) {
+        SCOPED_TRACE(window->metaObject()->className());
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window));
+        EXPECT_EQ(magentaPixels(*window), 0);
+        QPalette switched = window->palette();
+        switched.setColor(QPalette::PlaceholderText, Qt::magenta);
+        window->setPalette(switched);
+        EXPECT_GT(magentaPixels(*window), 20);
+    }
+}
 
 // A theme that leaves the secondary colour faint on its window colour gets a readable one; a
 // readable one is kept as the theme made it.
@@ -267,34 +256,26 @@ struct ActionRow {
 
 class PanelAction : public ::testing::TestWithParam<ActionRow> {};
 
-TEST_P(PanelAction, clickInThePanelCallsItsOperation) {
-    PanelFixture fixture;
-    GetParam().arrange(fixture);
-    PanelWindow panel([&fixture] { return new MenuBarView(*fixture.presenter); });
-    panel.setTrayMode(true);
-    panel.present(QRect(400, 300, 1, 1));
-    QAbstractButton* control = button(*panel.content(), GetParam().control);
-    ASSERT_NE(control, nullptr) << drawnTexts(*panel.content()).join(", ").toStdString();
-    QTest::mouseClick(control, Qt::LeftButton);
-    EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
-    EXPECT_EQ(panel.isVisible(), !GetParam().opensWindow);
-}
-
-TEST_P(PanelAction, trayMenuEntryCallsTheSameOperation) {
+TEST_P(PanelAction, clickInThePanelAndTheTrayMenuEntryCallItsOperation) {
+    {
+        PanelFixture fixture;
+        GetParam().arrange(fixture);
+        PanelWindow panel([&fixture] { return new MenuBarView(*fixture.presenter); });
+        panel.setTrayMode(true);
+        panel.present(QRect(400, 300, 1, 1));
+        auto* control = shown<QAbstractButton>(*panel.content(), is(GetParam().control));
+        ASSERT_NE(control, nullptr) << drawnTexts(*panel.content()).join(", ").toStdString();
+        QTest::mouseClick(control, Qt::LeftButton);
+        EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
+        EXPECT_EQ(panel.isVisible(), !GetParam().opensWindow);
+    }
     PanelFixture fixture;
     GetParam().arrange(fixture);
     TrayMenuPresenter entries(*fixture.presenter, [] { return std::make_unique<FakeTicker>(); });
     TrayMenu menu(entries);
-    QAction* entry = nullptr;
-    for (QAction* action : menu.actions()) {
-        if (action->text() == GetParam().control && action->isVisible()) {
-            entry = action;
-        }
-    }
-    if (!entry) {
-        GTEST_SKIP() << "the panel's own control";
-    }
-    entry->trigger();
+    const qsizetype entry = menuTexts(menu).indexOf(GetParam().control); // enabled, unbracketed
+    ASSERT_GE(entry, 0);
+    menu.actions().at(entry)->trigger();
     EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
 }
 
@@ -319,10 +300,7 @@ INSTANTIATE_TEST_SUITE_P(
                              f.harness.workspace.opened.first().path().endsWith("/dashboard");
                   }},
         ActionRow{"retryTracker",
-                  [](PanelFixture& f) {
-                      f.signIn();
-                      f.harness.supervisor.setCrashLocked(true);
-                  },
+                  signedInWith([](PanelFixture& f) { f.harness.supervisor.setCrashLocked(true); }),
                   "Retry Tracker",
                   [](PanelFixture& f) { return f.harness.supervisor.starts.size() == 2; }},
         ActionRow{"settings", [](PanelFixture&) {}, "Settings…",
@@ -344,20 +322,6 @@ INSTANTIATE_TEST_SUITE_P(
     rowName);
 
 // Placement beside the anchor on a 1920×1080 screen whose panel takes 32 px at one edge.
-struct PlacementRow {
-    const char* name;
-    QList<PanelPlacement::Screen> screens;
-    QRect anchor;
-    QPoint expected;
-};
-
-class Placement : public ::testing::TestWithParam<PlacementRow> {};
-
-TEST_P(Placement, opensAwayFromTheNearestEdgeInsideTheAvailableArea) {
-    EXPECT_EQ(PanelPlacement::topLeft(QSize(330, 400), GetParam().anchor, GetParam().screens),
-              GetParam().expected);
-}
-
 const QRect full(0, 0, 1920, 1080);
 const QList<PanelPlacement::Screen> topBar{{full, QRect(0, 32, 1920, 1048)}};
 const QList<PanelPlacement::Screen> bottomBar{{full, QRect(0, 0, 1920, 1048)}};
@@ -368,26 +332,30 @@ const QList<PanelPlacement::Screen> twoScreens{
     {full, QRect(0, 0, 1920, 1080)},
     {QRect(1920, -200, 2560, 1440), QRect(1920, -170, 2560, 1410)}};
 
-INSTANTIATE_TEST_SUITE_P(
-    Edges, Placement,
-    ::testing::Values(
-        PlacementRow{"belowAnIconAtTheTop", topBar, QRect(1000, 4, 24, 24), QPoint(846, 32)},
-        PlacementRow{"aboveAnIconAtTheBottom", bottomBar, QRect(1000, 1052, 24, 24),
-                     QPoint(846, 648)},
-        PlacementRow{"rightOfAnIconAtTheLeft", leftBar, QRect(12, 500, 24, 24), QPoint(48, 311)},
-        PlacementRow{"leftOfAnIconAtTheRight", rightBar, QRect(1884, 500, 24, 24),
-                     QPoint(1542, 311)},
-        PlacementRow{"clampedAtTheTopRightCorner", topBar, QRect(1900, 4, 16, 16),
-                     QPoint(1590, 32)},
-        // Nearer the left edge than the bottom: beside the icon, lifted above the bar.
-        PlacementRow{"besideAnIconInTheBottomLeftCorner", bottomBar, QRect(2, 1060, 16, 16),
-                     QPoint(22, 648)},
-        PlacementRow{"cursorOnlyOnTheSecondScreen", twoScreens, QRect(3000, -190, 1, 1),
-                     QPoint(2835, -170)},
-        PlacementRow{"iconOnTheSecondScreensRightEdge", twoScreens, QRect(4470, 600, 8, 8),
-                     QPoint(4136, 403)},
-        PlacementRow{"anchorBetweenScreensUsesTheNearest", twoScreens, QRect(1919, 1200, 1, 1),
-                     QPoint(1924, 840)}),
-    rowName);
+struct PlacementRow {
+    const char* name;
+    QList<PanelPlacement::Screen> screens;
+    QRect anchor;
+    QPoint expected;
+};
+
+TEST(PanelPlacement, opensAwayFromTheNearestEdgeInsideTheAvailableArea) {
+    for (const auto& [name, screens, anchor, expected] : {
+             PlacementRow{"belowAnIconAtTheTop", topBar, {1000, 4, 24, 24}, {846, 32}},
+             PlacementRow{"aboveAnIconAtTheBottom", bottomBar, {1000, 1052, 24, 24}, {846, 648}},
+             PlacementRow{"rightOfAnIconAtTheLeft", leftBar, {12, 500, 24, 24}, {48, 311}},
+             PlacementRow{"leftOfAnIconAtTheRight", rightBar, {1884, 500, 24, 24}, {1542, 311}},
+             PlacementRow{"clampedAtTheTopRightCorner", topBar, {1900, 4, 16, 16}, {1590, 32}},
+             // Nearer the left edge than the bottom: beside the icon, lifted above the bar.
+             PlacementRow{"besideAnIconInTheBottomLeft", bottomBar, {2, 1060, 16, 16}, {22, 648}},
+             PlacementRow{"cursorOnTheSecondScreen", twoScreens, {3000, -190, 1, 1}, {2835, -170}},
+             PlacementRow{
+                 "atTheSecondScreensRightEdge", twoScreens, {4470, 600, 8, 8}, {4136, 403}},
+             PlacementRow{
+                 "betweenScreensOnTheNearest", twoScreens, {1919, 1200, 1, 1}, {1924, 840}},
+         }) {
+        EXPECT_EQ(PanelPlacement::topLeft(QSize(330, 400), anchor, screens), expected) << name;
+    }
+}
 
 } // namespace

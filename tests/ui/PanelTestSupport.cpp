@@ -1,5 +1,7 @@
 #include "PanelTestSupport.h"
 
+#include "core/PlatformError.h"
+
 #include <QAbstractButton>
 #include <QLabel>
 
@@ -23,6 +25,16 @@ QStringList drawnTexts(const QWidget& root) {
     QStringList texts;
     for (const auto& entry : found) {
         texts.append(entry.second);
+    }
+    return texts;
+}
+
+QStringList menuTexts(const QMenu& menu) {
+    QStringList texts;
+    for (const QAction* action : menu.actions()) {
+        texts.append(action->isSeparator() ? QString("-")
+                     : action->isEnabled() ? action->text()
+                                           : "[" + action->text() + "]");
     }
     return texts;
 }
@@ -70,4 +82,10 @@ void PanelFixture::beginSignInWithCode(qint64 expiresInSeconds) {
     harness.taskSleeper.hold = true;
     state->beginDeviceAuthorization();
     AsyncTest::waitUntil([this] { return harness.taskSleeper.pendingCount() == 1; });
+}
+
+void PanelFixture::failSignIn(const QString& message) {
+    harness.authorizer.startOutcomes.push_back(std::make_exception_ptr(PlatformError(message)));
+    state->beginDeviceAuthorization();
+    AsyncTest::waitUntil([this] { return state->presentedError().has_value(); });
 }

@@ -5,6 +5,7 @@
 #include "ui/MenuBarPresenter.h"
 #include "ui/Ticking.h"
 
+#include <QMenu>
 #include <QStringList>
 
 #include <functional>
@@ -30,6 +31,8 @@ public:
 // button title (a disabled one in brackets), each checked to be drawn inside `root`. A widget left
 // out of its layout sits in the top-left corner, out of its order.
 QStringList drawnTexts(const QWidget& root);
+// The tray menu as a host lists it: disabled lines in brackets, separators as "-".
+QStringList menuTexts(const QMenu& menu);
 
 // One AppState over fakes, with a presenter on virtual time: `now` moves only when a test moves
 // it. Scenarios bring the state to where a test needs it through the application's own
@@ -46,6 +49,8 @@ struct PanelFixture {
     void reportStatus(const std::function<void(TrackerStatus&)>& edit);
     // Starts a browser sign-in that waits for approval with its code shown.
     void beginSignInWithCode(qint64 expiresInSeconds = 900);
+    // Starts a browser sign-in that fails at once with `message`.
+    void failSignIn(const QString& message);
 
     AppHarness harness;
     std::unique_ptr<AppState> state;

@@ -17,13 +17,17 @@
 
 namespace {
 
-bool save(QWidget& window, const QString& path) {
+QDir out;
+bool allSaved = true;
+
+void save(QWidget& window, const QString& name) {
     window.show();
     AsyncTest::spin(std::chrono::milliseconds(50));
+    const QString path = out.filePath(name + ".png");
     const bool saved = window.grab().save(path);
     std::printf("%s %s\n", saved ? "wrote" : "FAILED", qPrintable(path));
+    allSaved &= saved;
     window.close();
-    return saved;
 }
 
 void tracking(PanelFixture& f) {
@@ -33,90 +37,47 @@ void tracking(PanelFixture& f) {
     f.harness.poller.onUpdate(TodaySummary{"3 hrs 25 mins", 12300});
 }
 
-bool savePanels(const QDir& out) {
-    const QList<std::pair<QString, std::function<void(PanelFixture&)>>> states = {
-        {"sign-in-required", [](PanelFixture&) {}},
-        {"connecting", [](PanelFixture& f) { f.signIn(); }},
-        {"tracking", tracking},
-        {"offline",
-         [](PanelFixture& f) {
-             tracking(f);
-             f.reportStatus([](TrackerStatus& s) {
-                 s.lastSuccessfulUploadAt = "2024-05-01T09:12:00Z";
-                 s.lastUploadErrorKind = "network";
-             });
-         }},
-        {"action-required",
-         [](PanelFixture& f) {
-             tracking(f);
-             f.harness.supervisor.setCrashLocked(true);
-         }},
-        {"signing-in", [](PanelFixture& f) { f.beginSignInWithCode(845); }},
-    };
-    bool ok = true;
-    for (const auto& [name, arrange] : states) {
-        PanelFixture fixture;
-        arrange(fixture);
-        MenuBarView view(*fixture.presenter);
-        view.setAttribute(Qt::WA_DontShowOnScreen);
-        view.show();
-        view.adjustSize();
-        ok &= save(view, out.filePath(QStringLiteral("panel-%1.png").arg(name)));
-    }
-    return ok;
+void savePanel(const QString& name, const std::function<void(PanelFixture&)>& arrange) {
+    PanelFixture fixture;
+    arrange(fixture);
+    MenuBarView view(*fixture.presenter);
+    view.setAttribute(Qt::WA_DontShowOnScreen);
+    view.show();
+    view.adjustSize();
+    save(view, "panel-" + name);
 }
 
-TrackerStatus trackingStatus() {
+// Settings, its advanced section open when signed in, then Diagnostics; `failing` adds a
+// stopped helper and a failed save.
+void saveWindows(const QString& name, bool signedIn, bool failing = false) {
+    AppHarness harness;
+    harness.installation.version = "0.6.1";
+    harness.installation.build = "42";
+    const std::unique_ptr<AppState> state = harness.make(false);
+    SettingsPresenter presenter(*state);
+    SettingsWindow settings(presenter);
+    settings.show();
+    settings.findChild<QToolButton*>()->setChecked(signedIn);
     TrackerStatus status = sampleTrackerStatus();
     status.queuedHeartbeats = 3;
     status.queuedActivitySegments = 1;
     status.lastSuccessfulUploadAt = "2026-05-01T09:58:07Z";
-    return status;
-}
-
-struct WindowFixture {
-    explicit WindowFixture(bool signedIn) {
-        harness.installation.version = "0.6.1";
-        harness.installation.build = "42";
-        if (signedIn) {
-            harness.credentials.stored = "vk_screenshot_only";
-            AsyncTest::run(state->start());
-            harness.supervisor.setTrackerStatus(trackingStatus());
-        }
+    if (signedIn) {
+        harness.credentials.stored = "vk_screenshot_only";
+        AsyncTest::run(state->start());
+        harness.supervisor.setTrackerStatus(status);
     }
-    // Settings with its advanced section open (and `edit` applied), then Diagnostics.
-    bool save(const QDir& out, const QString& name, bool advanced,
-              const std::function<void(SettingsWindow&)>& edit = {}) {
-        SettingsWindow settings(presenter);
-        if (edit) {
-            settings.show();
-        }
-        settings.findChild<QToolButton*>()->setChecked(advanced);
-        if (edit) {
-            edit(settings);
-        }
-        DiagnosticsWindow diagnostics(*state, harness.supervisor);
-        return ::save(settings, out.filePath("settings-" + name + ".png")) &
-               ::save(diagnostics, out.filePath("diagnostics-" + name + ".png"));
-    }
-    AppHarness harness;
-    std::unique_ptr<AppState> state = harness.make(false);
-    SettingsPresenter presenter{*state};
-};
-
-bool saveWindows(const QDir& out) {
-    bool ok = WindowFixture(false).save(out, "signed-out", false);
-    ok &= WindowFixture(true).save(out, "signed-in", true);
-    WindowFixture failing(true);
-    TrackerStatus status = trackingStatus();
-    status.lastUploadErrorKind = "network";
-    failing.harness.supervisor.setTrackerStatus(status);
-    failing.harness.supervisor.setCrashLocked(true);
-    failing.harness.supervisor.setLastError("Tracker helper exited with status 3.");
-    return ok & failing.save(out, "error", true, [](SettingsWindow& settings) {
+    if (failing) {
+        status.lastUploadErrorKind = "network";
+        harness.supervisor.setTrackerStatus(status);
+        harness.supervisor.setCrashLocked(true);
+        harness.supervisor.setLastError("Tracker helper exited with status 3.");
         settings.findChild<QLineEdit*>("serverURL")->setText("http://vantrel.internal/api");
-        settings.presenter().save();
-    });
+        presenter.save();
+    }
+    DiagnosticsWindow diagnostics(*state, harness.supervisor);
+    save(settings, "settings-" + name);
+    save(diagnostics, "diagnostics-" + name);
 }
 
 } // namespace
@@ -128,7 +89,24 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: screenshots <output directory>\n");
         return 2;
     }
-    const QDir out(QString::fromLocal8Bit(argv[1]));
-    const bool panels = savePanels(out);
-    return panels & saveWindows(out) ? 0 : 1;
+    out = QDir(QString::fromLocal8Bit(argv[1]));
+    savePanel("sign-in-required", [](PanelFixture&) {});
+    savePanel("connecting", [](PanelFixture& f) { f.signIn(); });
+    savePanel("tracking", tracking);
+    savePanel("offline", [](PanelFixture& f) {
+        tracking(f);
+        f.reportStatus([](TrackerStatus& s) {
+            s.lastSuccessfulUploadAt = "2024-05-01T09:12:00Z";
+            s.lastUploadErrorKind = "network";
+        });
+    });
+    savePanel("action-required", [](PanelFixture& f) {
+        tracking(f);
+        f.harness.supervisor.setCrashLocked(true);
+    });
+    savePanel("signing-in", [](PanelFixture& f) { f.beginSignInWithCode(845); });
+    saveWindows("signed-out", false);
+    saveWindows("signed-in", true);
+    saveWindows("error", true, true);
+    return allSaved ? 0 : 1;
 }

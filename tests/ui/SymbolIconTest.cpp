@@ -14,21 +14,19 @@
 
 namespace {
 
-const QStringList allSymbols = {
-    "gearshape",
-    "stethoscope",
-    "power",
-    "checkmark.circle.fill",
-    "wifi.slash",
-    "exclamationmark.triangle.fill",
-    "arrow.triangle.2.circlepath",
-    "person.crop.circle.badge.exclamationmark",
-    "person.crop.circle.badge.checkmark",
-    "rectangle.portrait.and.arrow.right",
-    "safari",
-    "xmark.circle",
-    "arrow.clockwise",
-};
+const QStringList allSymbols = {"gearshape",
+                                "stethoscope",
+                                "power",
+                                "checkmark.circle.fill",
+                                "wifi.slash",
+                                "exclamationmark.triangle.fill",
+                                "arrow.triangle.2.circlepath",
+                                "person.crop.circle.badge.exclamationmark",
+                                "person.crop.circle.badge.checkmark",
+                                "rectangle.portrait.and.arrow.right",
+                                "safari",
+                                "xmark.circle",
+                                "arrow.clockwise"};
 
 // Counts pixels that are drawn at all, and those whose colour is not the tint.
 std::pair<int, int> inkAndStrayPixels(const QImage& image, const QColor& tint) {
@@ -38,14 +36,11 @@ std::pair<int, int> inkAndStrayPixels(const QImage& image, const QColor& tint) {
     for (int y = 0; y < argb.height(); ++y) {
         for (int x = 0; x < argb.width(); ++x) {
             const QColor pixel = argb.pixelColor(x, y);
-            if (pixel.alpha() < 200) {
-                continue;
-            }
-            ++ink;
-            if (std::abs(pixel.red() - tint.red()) > 2 ||
-                std::abs(pixel.green() - tint.green()) > 2 ||
-                std::abs(pixel.blue() - tint.blue()) > 2) {
-                ++stray;
+            if (pixel.alpha() >= 200) {
+                ++ink;
+                stray += std::max({std::abs(pixel.red() - tint.red()),
+                                   std::abs(pixel.green() - tint.green()),
+                                   std::abs(pixel.blue() - tint.blue())}) > 2;
             }
         }
     }
@@ -73,23 +68,19 @@ TEST(SymbolIcon, rendersEverySymbolInTheTintAtTheRequestedScale) {
 }
 
 TEST(HealthAppearance, everyStateHasItsOwnDrawnSymbolAndAVisibleColour) {
+    using Kind = TrackerHealth::Kind;
+    QSet<QString> symbols;
+    for (const auto kind : {Kind::signInRequired, Kind::connecting, Kind::tracking, Kind::offline,
+                            Kind::actionRequired}) {
+        symbols.insert(HealthAppearance::symbolName(kind));
+    }
+    EXPECT_EQ(symbols.size(), 5);
+    EXPECT_TRUE(QSet<QString>(allSymbols.cbegin(), allSymbols.cend()).contains(symbols));
     QPalette palette;
     palette.setColor(QPalette::PlaceholderText, QColor(1, 2, 3));
     palette.setColor(QPalette::Highlight, QColor(4, 5, 6));
-    const QList<TrackerHealth::Kind> kinds = {
-        TrackerHealth::Kind::signInRequired, TrackerHealth::Kind::connecting,
-        TrackerHealth::Kind::tracking, TrackerHealth::Kind::offline,
-        TrackerHealth::Kind::actionRequired};
-    QSet<QString> symbols;
-    for (const auto kind : kinds) {
-        const QString symbol = HealthAppearance::symbolName(kind);
-        EXPECT_TRUE(allSymbols.contains(symbol)) << symbol.toStdString();
-        symbols.insert(symbol);
-    }
-    EXPECT_EQ(symbols.size(), kinds.size());
-    EXPECT_EQ(HealthAppearance::colour(TrackerHealth::Kind::signInRequired, palette),
-              QColor(1, 2, 3));
-    EXPECT_EQ(HealthAppearance::colour(TrackerHealth::Kind::connecting, palette), QColor(4, 5, 6));
+    EXPECT_EQ(HealthAppearance::colour(Kind::signInRequired, palette), QColor(1, 2, 3));
+    EXPECT_EQ(HealthAppearance::colour(Kind::connecting, palette), QColor(4, 5, 6));
 }
 
 // Readable on a light panel and on a dark one, whichever the palette is: the mark in the text

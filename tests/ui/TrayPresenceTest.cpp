@@ -1,11 +1,14 @@
 #include "ui/TrayPresence.h"
 
+#include "support/TableRows.h"
 #include "ui/PanelWindow.h"
 #include "ui/TrayHostWatching.h"
 
 #include <gtest/gtest.h>
 
 namespace {
+
+using ::PrintTo;
 
 class FakeTrayHost : public TrayHostWatching {
 public:
@@ -23,7 +26,7 @@ public:
 struct HostRow {
     const char* name;
     bool statusNotifierAtStart;
-    QStringList steps;
+    const char* steps;
     QString made;
     TrayPresence::Host host;
     bool window;
@@ -41,7 +44,7 @@ TEST_P(TrayHosts, giveAnIconOrTheWindowAndNeverNeither) {
         made += host == TrayPresence::Host::statusNotifier ? "S" : "X";
         return std::make_unique<QObject>();
     });
-    for (const QString& step : GetParam().steps) {
+    for (const QString& step : QString(GetParam().steps).split(' ', Qt::SkipEmptyParts)) {
         (step[0] == 'S' ? statusNotifier : xembed).set(step[1] == '+');
         EXPECT_TRUE(presence.host() != TrayPresence::Host::none || panel.isVisible())
             << "after " << step.toStdString();
@@ -57,20 +60,14 @@ using Host = TrayPresence::Host;
 INSTANTIATE_TEST_SUITE_P(
     Sessions, TrayHosts,
     ::testing::Values(
-        HostRow{"noTray", false, {}, "", Host::none, true},
-        HostRow{"watcherFirst", true, {}, "S", Host::statusNotifier, false},
-        HostRow{"watcherLate", false, {"S+"}, "S", Host::statusNotifier, false},
-        HostRow{"watcherRestarts", true, {"S-", "S+"}, "SS", Host::statusNotifier, false},
-        HostRow{"xembedLate", false, {"X+"}, "X", Host::xembed, false},
-        HostRow{
-            "watcherPreferredOverXEmbed", false, {"X+", "S+"}, "XS", Host::statusNotifier, false},
-        HostRow{"xembedTakesOverFromAGoneWatcher",
-                false,
-                {"S+", "X+", "S-"},
-                "SX",
-                Host::xembed,
-                false},
-        HostRow{"everythingGone", false, {"X+", "S+", "X-", "S-"}, "XS", Host::none, true}),
-    [](const auto& row) { return std::string(row.param.name); });
+        HostRow{"noTray", false, "", "", Host::none, true},
+        HostRow{"watcherFirst", true, "", "S", Host::statusNotifier, false},
+        HostRow{"watcherLate", false, "S+", "S", Host::statusNotifier, false},
+        HostRow{"watcherRestarts", true, "S- S+", "SS", Host::statusNotifier, false},
+        HostRow{"xembedLate", false, "X+", "X", Host::xembed, false},
+        HostRow{"watcherPreferredOverXEmbed", false, "X+ S+", "XS", Host::statusNotifier, false},
+        HostRow{"xembedTakesOverFromAGoneWatcher", false, "S+ X+ S-", "SX", Host::xembed, false},
+        HostRow{"everythingGone", false, "X+ S+ X- S-", "XS", Host::none, true}),
+    rowName);
 
 } // namespace
