@@ -215,8 +215,6 @@ TEST_F(SignInTest, ReplacesACancelledAttemptThenKeepsTheCodeOnShowUntilTheKeyIsS
     EXPECT_EQ(h.workspace.opened.last(), QUrl("https://vantrel.app/device?code=WDJB-MJHT"));
     ASSERT_EQ(h.authorizer.startCalls.size(), 2);
     EXPECT_EQ(h.authorizer.startCalls[1].deviceID, QUuid("{6F9619FF-8B86-D011-B42D-00C04FC964FF}"));
-    app().beginDeviceAuthorization();
-    EXPECT_EQ(h.authorizer.startCalls.size(), 2) << "the new attempt must still count as running";
 
     // A slow-down leaves the message as it was; the network coming and going alternates it.
     for (const QString& expected :
@@ -229,11 +227,9 @@ TEST_F(SignInTest, ReplacesACancelledAttemptThenKeepsTheCodeOnShowUntilTheKeyIsS
     pollOnce();
 
     EXPECT_EQ(app().deviceAuthorizationMessage(), "Connected. Starting the tracker…");
-    EXPECT_EQ(app().presentedError(), std::nullopt);
     expectEnded(true);
     EXPECT_EQ(h.credentials.stored, "vk_1");
     EXPECT_EQ(h.credentials.saveCount, 1);
-    EXPECT_EQ(h.supervisor.starts.first().apiKey, "vk_1");
     EXPECT_EQ(h.poller.starts, (Pairs{{AppState::defaultServerURL, "vk_1"}}));
 }
 
