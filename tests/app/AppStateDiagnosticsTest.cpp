@@ -74,7 +74,6 @@ TEST(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
     harness.supervisor.setLastError("Tracker helper exited with status 3.");
 
     const QString report = state->diagnosticsReport();
-    EXPECT_EQ(report.split('\n').size(), 11);
     for (const char* line : {"\nApp version: 1.4.0 (37)\n", "\nState: Action required\n",
                              "\nQueued heartbeats: 1234567\n", "\nLast error kind: server\n",
                              "\nSupervisor error: Tracker helper exited with status 3."}) {
