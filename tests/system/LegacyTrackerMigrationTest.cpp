@@ -5,6 +5,7 @@
 #include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
 #include "support/InMemoryCredentialStore.h"
+#include "support/TableRows.h"
 #include "system/SystemCommandRunning.h"
 
 #include <QDir>
@@ -142,15 +143,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(UntouchedRow{"StoreReadsBackADifferentKey", "api_key = \"k1\"\n",
                                  [](InMemoryCredentialStore& s) { s.loadOverride = "k2"; },
                                  unverified},
-                    UntouchedRow{"KeyWithSpacesInsideTheQuotesIsStoredTrimmed",
-                                 "api_key = \"  k1  \"\n", nothing, unverified},
-                    UntouchedRow{"QuotedSpacesAreRejectedByTheStore", "api_key = \"   \"\n",
-                                 nothing, "The API key is empty."},
                     UntouchedRow{"StoreFailsToSave", "api_key = \"k1\"\n",
                                  [](InMemoryCredentialStore& s) { s.failSave = -25308; },
                                  "Keychain operation failed with status -25308."},
                     UntouchedRow{"ConfigFileIsNotUtf8", "api_key = \"k\xFF\"\n", nothing,
                                  "is not valid UTF-8"}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 } // namespace
