@@ -115,22 +115,28 @@ TEST_F(TrackerSupervisorTest, FailingLaunchesBackOffThenLockUntilTheNextStart) {
     EXPECT_EQ(supervisor.lastError(), exitedWithStatus3);
 }
 
-TEST_F(TrackerSupervisorTest, StopOrReleaseDuringARestartWaitCancelsTheRestart) {
+// Stopping a supervisor or letting it go ends its status polling and its wait for a restart.
+TEST_F(TrackerSupervisorTest, StopOrReleaseEndsPollingAndCancelsTheRestart) {
     sleeper.hold = true;
+    TrackerSupervisor stopped(*this, sleeper, 4, 20ms);
     auto released = std::make_unique<TrackerSupervisor>(*this, sleeper, 4);
-    supervisor.start(configuration);
+    stopped.start(configuration);
     released->start(configuration);
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return statusGate.requested.size() >= 5; }));
     helpers.at(0)->end(3);
     helpers.at(1)->end(3);
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 2; }));
 
-    supervisor.stop(true);
+    stopped.stop(true);
     released.reset();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 0; }));
     AsyncTest::spin(20ms);
+    const auto commands = statusGate.requested.size();
+    AsyncTest::spin(100ms);
+    EXPECT_EQ(statusGate.requested.size(), commands);
     EXPECT_EQ(launchTimes.size(), 2);
-    EXPECT_EQ(supervisor.launchConfiguration(), std::nullopt);
-    EXPECT_EQ(supervisor.lastError(), exitedWithStatus3);
+    EXPECT_EQ(stopped.launchConfiguration(), std::nullopt);
+    EXPECT_EQ(stopped.lastError(), exitedWithStatus3);
 }
 
 TEST_F(TrackerSupervisorTest, StatusReadsKeepTheLastReportAndClearErrorsOnlyWhileTheHelperRuns) {
@@ -184,18 +190,6 @@ TEST_F(TrackerSupervisorTest, RefreshesShareTheCommandInFlightAndNeverOverlap) {
     EXPECT_EQ(statusGate.requested.size(), 2);
     statusGate.releaseOne();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return completed == 3; }));
-}
-
-TEST_F(TrackerSupervisorTest, PollsAtTheIntervalUntilStopped) {
-    TrackerSupervisor polling(*this, sleeper, 4, 20ms);
-    polling.start(configuration);
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return statusGate.requested.size() >= 4; }));
-
-    polling.stop(true);
-    AsyncTest::spin(20ms);
-    const auto commands = statusGate.requested.size();
-    AsyncTest::spin(100ms);
-    EXPECT_EQ(statusGate.requested.size(), commands);
 }
 
 } // namespace
