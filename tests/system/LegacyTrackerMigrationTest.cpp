@@ -45,20 +45,8 @@ struct ScriptedLaunchctl : SystemCommandRunning {
 
 class MigrationTest : public testing::Test {
 protected:
-    LegacyMigrationResult migrate() {
-        LegacyTrackerMigration subject(paths, m_credentials, m_commands, m_sleeper, launchctl, 501,
-                                       20);
-        return AsyncTest::run(subject.migrateIfNeeded());
-    }
-    // The description of whatever the migration threw, or "" when it succeeded.
-    QString failure() {
-        try {
-            migrate();
-        } catch (const VantrelError& error) {
-            return error.description();
-        }
-        return {};
-    }
+    LegacyMigrationResult migrate() { return AsyncTest::run(subject.migrateIfNeeded()); }
+    QString failure() { return AsyncTest::errorText(subject.migrateIfNeeded()); }
     QString plist(int index) const { return paths.legacyServicePlistURLs()[index]; }
 
     QTemporaryDir m_home;
@@ -66,6 +54,7 @@ protected:
     InMemoryCredentialStore m_credentials;
     ScriptedLaunchctl m_commands;
     FakeSleeper m_sleeper;
+    LegacyTrackerMigration subject{paths, m_credentials, m_commands, m_sleeper, launchctl, 501, 20};
 };
 
 TEST_F(MigrationTest, ImportsTheKeyBlanksItStopsBothServicesInOrderAndDeletesTheirFiles) {

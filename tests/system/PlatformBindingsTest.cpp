@@ -22,11 +22,8 @@ namespace {
 using ::PrintTo;
 
 void writeFile(const QString& path, const QByteArray& contents, QFile::Permissions permissions) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(contents);
-    file.setPermissions(permissions);
+    SystemTestFiles::write(path, contents);
+    QFile::setPermissions(path, permissions);
 }
 
 // Our folders 0700 and files 0600 whatever the umask (none at all here); looser modes found at
@@ -148,9 +145,7 @@ TEST_P(PreferencesOnDisk, UsesTheDefaultsAndLosesNothing) {
 }
 
 const auto writes = [](const QByteArray& contents) {
-    return [contents](const QString& path) {
-        writeFile(path, contents, QFile::ReadOwner | QFile::WriteOwner);
-    };
+    return [contents](const QString& path) { SystemTestFiles::write(path, contents); };
 };
 
 INSTANTIATE_TEST_SUITE_P(
