@@ -172,11 +172,9 @@ std::function<void(const QString&)> writesBytes(qint64 size) {
     };
 }
 
-// A file of these bytes, which are not UTF-8 and must not be rewritten as if they were.
-std::function<void(const QString&)> writesText(const QByteArray& bytes) {
+std::function<void(const QString&)> writes(const QByteArray& bytes) {
     return [bytes](const QString& home) { write(home + config, bytes); };
 }
-const QString notUtf8 = ".vantrel/config.toml is not valid UTF-8";
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ConfigOnDisk,
@@ -196,8 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
                       QFile::link(home + "/gone.toml", home + config);
                   },
                   std::nullopt, "", ""},
-        OnDiskRow{"IsEmpty", [](const QString& home) { write(home + config, ""); }, std::nullopt,
-                  "", ""},
+        OnDiskRow{"IsEmpty", writes(""), std::nullopt, "", ""},
         // Already holding the value written, so still of the largest size that is read.
         OnDiskRow{"HoldsAsMuchAsIsRead", writesBytes(BoundedFileReader::defaultLimit), "k", "", ""},
         OnDiskRow{"HoldsMoreThanIsRead", writesBytes(BoundedFileReader::defaultLimit + 1),
@@ -209,12 +206,10 @@ INSTANTIATE_TEST_SUITE_P(
                   },
                   std::nullopt, "not a regular file", "not a regular file"},
         OnDiskRow{"EndsLinesWithCarriageReturnsOnly",
-                  [](const QString& home) {
-                      write(home + config, "x = 1\rapi_url = \"old\"\rapi_key = \"k\"\r");
-                  },
-                  "k", "", ""},
-        OnDiskRow{"IsLatin1", writesText("# caf\xE9\napi_key = \"k\"\n"), std::nullopt, notUtf8,
-                  notUtf8},
+                  writes("x = 1\rapi_url = \"old\"\rapi_key = \"k\"\r"), "k", "", ""},
+        // Not UTF-8, which must not be rewritten as if it were.
+        OnDiskRow{"IsLatin1", writes("# caf\xE9\napi_key = \"k\"\n"), std::nullopt,
+                  "config.toml is not valid UTF-8", "config.toml is not valid UTF-8"},
         OnDiskRow{"HasAHomeThatCannotBeWritten",
                   // A file where the directory should be: no one may create anything below it,
                   // root included.
