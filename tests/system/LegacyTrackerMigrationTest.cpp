@@ -57,7 +57,9 @@ protected:
     LegacyTrackerMigration subject{paths, m_credentials, m_commands, m_sleeper, launchctl, 501, 20};
 };
 
-TEST_F(MigrationTest, ImportsTheKeyBlanksItStopsBothServicesInOrderAndDeletesTheirFiles) {
+// A service still loaded after every check is named, and the migration stops there; the key
+// already safe in the store stays imported.
+TEST_F(MigrationTest, ImportsTheKeyStopsBothServicesInOrderAndNamesOneThatStaysLoaded) {
     write(paths.configURL(), "api_key = \"k1\"\n[tracker]\nlevel = 2\n");
     write(plist(1), "<plist/>");
     m_commands.printStatuses[firstTarget] = {0};
@@ -70,6 +72,15 @@ TEST_F(MigrationTest, ImportsTheKeyBlanksItStopsBothServicesInOrderAndDeletesThe
                            "bootout " + secondTarget, "print " + secondTarget}));
     EXPECT_EQ(m_sleeper.requested, QList<double>({0.1}));
     EXPECT_FALSE(QFile::exists(plist(1)));
+
+    write(paths.configURL(), "api_key = \"k2\"\n");
+    m_commands.calls.clear();
+    m_commands.printStatuses[firstTarget] = QList<qint32>(20, 0);
+    EXPECT_EQ(failure(), "The legacy tracker service com.vantrel.tracker is still running.");
+    EXPECT_EQ(m_commands.calls.count("print " + firstTarget), 20);
+    EXPECT_FALSE(m_commands.calls.contains("bootout " + secondTarget));
+    EXPECT_EQ(m_credentials.stored, "k2");
+    EXPECT_EQ(read(paths.configURL()), "api_key = \"\"\n");
 }
 
 TEST_F(MigrationTest, WithoutAKeyOnlyTheServicesAreRemovedAndNoFileIsCreatedOrRewritten) {
@@ -84,18 +95,6 @@ TEST_F(MigrationTest, WithoutAKeyOnlyTheServicesAreRemovedAndNoFileIsCreatedOrRe
     EXPECT_EQ(migrate(), (LegacyMigrationResult{false, 0}));
     EXPECT_EQ(identity(paths.configURL()), before);
     EXPECT_EQ(m_credentials.saveCount, 0);
-}
-
-TEST_F(MigrationTest, ServiceStillLoadedAfterEveryCheckNamesItsLabelAndStopsThere) {
-    write(paths.configURL(), "api_key = \"k1\"\n");
-    m_commands.printStatuses[firstTarget] = QList<qint32>(20, 0);
-
-    EXPECT_EQ(failure(), "The legacy tracker service com.vantrel.tracker is still running.");
-    EXPECT_EQ(m_commands.calls.count("print " + firstTarget), 20);
-    EXPECT_FALSE(m_commands.calls.contains("bootout " + secondTarget));
-    // The key was already safe in the store, so it stays imported.
-    EXPECT_EQ(m_credentials.stored, "k1");
-    EXPECT_EQ(read(paths.configURL()), "api_key = \"\"\n");
 }
 
 // Failures before the key is trusted leave the file and the services exactly as they were.
