@@ -1,5 +1,6 @@
 #include "SystemTestFiles.h"
 #include "support/AsyncTest.h"
+#include "support/TableRows.h"
 #include "system/QProcessSystemCommandRunner.h"
 
 #include <QDir>
@@ -12,6 +13,8 @@
 using namespace SystemTestFiles;
 
 namespace {
+
+using ::PrintTo;
 
 const QString tracker = "com.vantrel.tracker";
 
@@ -65,56 +68,52 @@ TEST_F(LaunchctlSubstituteTest, WithoutSystemdPrintReportsTheServiceAsAbsentAndB
     }
 }
 
-TEST_F(LaunchctlSubstituteTest, BootoutDisablesThenQueuesTheStopOfTheLabelsUserUnit) {
-    const SystemCommandResult run = launchctl({"bootout", target("com.vantrel.quillon-tracker")},
-                                              fakePath(), {"FAKE_STOP_STATUS=5"});
-    EXPECT_EQ(run.exitStatus, 5);
-    EXPECT_EQ(systemctlCalls(),
-              QStringList({"--user disable --quiet com.vantrel.quillon-tracker.service",
-                           "--user stop --no-block com.vantrel.quillon-tracker.service"}));
-}
-
-// Either the environment for the recording systemctl or the arguments, with the exit expected.
+// The arguments (where <uid> stands for ours), the environment for the recording systemctl, the
+// exit expected and the systemctl calls made; a print that exits 0 describes the unit.
 struct Row {
     const char* name;
-    QStringList strings;
+    QStringList arguments;
+    QStringList environment;
     int expectedExit;
+    QStringList expectedCalls;
 };
 
 class LaunchctlSubstituteRows : public LaunchctlSubstituteTest,
                                 public testing::WithParamInterface<Row> {};
-class LaunchctlSubstitutePrint : public LaunchctlSubstituteRows {};
-class LaunchctlSubstituteRejects : public LaunchctlSubstituteRows {};
 
-TEST_P(LaunchctlSubstitutePrint, CountsOnlyARunningOrStoppingUnitAsLoaded) {
+TEST_P(LaunchctlSubstituteRows, AnswersFromTheLabelsUserUnitOrAsksNothing) {
     const Row& row = GetParam();
-    const SystemCommandResult run = launchctl({"print", target(tracker)}, fakePath(), row.strings);
+    const SystemCommandResult run =
+        launchctl(QStringList(row.arguments).replaceInStrings("<uid>", QString::number(::getuid())),
+                  fakePath(), row.environment);
     EXPECT_EQ(run.exitStatus, row.expectedExit);
+    EXPECT_EQ(systemctlCalls(), row.expectedCalls);
     EXPECT_EQ(run.standardOutput.contains("unit = com.vantrel.tracker.service"),
               row.expectedExit == 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, LaunchctlSubstitutePrint,
-                         testing::Values(Row{"Active", {"FAKE_ACTIVE_STATE=active"}, 0},
-                                         Row{"Inactive", {"FAKE_ACTIVE_STATE=inactive"}, 113},
-                                         Row{"UnknownUnit", {"FAKE_LOAD_STATE=not-found"}, 113}),
-                         [](const auto& row) { return std::string(row.param.name); });
+const QStringList print{"print", "gui/<uid>/com.vantrel.tracker"};
+const QStringList show{"--user show --property=LoadState,ActiveState,SubState,MainPID,FragmentPath "
+                       "com.vantrel.tracker.service"};
 
-TEST_P(LaunchctlSubstituteRejects, AsksSystemdNothing) {
-    const QStringList arguments =
-        QStringList(GetParam().strings).replaceInStrings("<uid>", QString::number(::getuid()));
-    EXPECT_EQ(launchctl(arguments, fakePath(), {"FAKE_ACTIVE_STATE=active"}).exitStatus,
-              GetParam().expectedExit);
-    EXPECT_EQ(systemctlCalls(), QStringList());
-}
-
+// Only a running or stopping unit counts as loaded; bootout disables, then queues the stop.
 INSTANTIATE_TEST_SUITE_P(
-    Rows, LaunchctlSubstituteRejects,
-    testing::Values(Row{"NoArguments", {}, 64},
-                    Row{"OtherDomain", {"print", "system/com.vantrel.tracker"}, 64},
-                    Row{"LabelWithAPath", {"bootout", "gui/<uid>/../x"}, 64},
-                    Row{"LabelThatLooksLikeAnOption", {"bootout", "gui/<uid>/-h"}, 64},
-                    Row{"AnotherUsersSession", {"print", "gui/4294967290/com.vantrel.tracker"}, 1}),
-    [](const auto& row) { return std::string(row.param.name); });
+    Rows, LaunchctlSubstituteRows,
+    testing::Values(
+        Row{"PrintActive", print, {"FAKE_ACTIVE_STATE=active"}, 0, show},
+        Row{"PrintInactive", print, {"FAKE_ACTIVE_STATE=inactive"}, 113, show},
+        Row{"PrintUnknownUnit", print, {"FAKE_LOAD_STATE=not-found"}, 113, show},
+        Row{"Bootout",
+            {"bootout", "gui/<uid>/com.vantrel.quillon-tracker"},
+            {"FAKE_STOP_STATUS=5"},
+            5,
+            {"--user disable --quiet com.vantrel.quillon-tracker.service",
+             "--user stop --no-block com.vantrel.quillon-tracker.service"}},
+        Row{"NoArguments", {}, {}, 64, {}},
+        Row{"OtherDomain", {"print", "system/com.vantrel.tracker"}, {}, 64, {}},
+        Row{"LabelWithAPath", {"bootout", "gui/<uid>/../x"}, {}, 64, {}},
+        Row{"LabelThatLooksLikeAnOption", {"bootout", "gui/<uid>/-h"}, {}, 64, {}},
+        Row{"AnotherUsersSession", {"print", "gui/4294967290/com.vantrel.tracker"}, {}, 1, {}}),
+    rowName);
 
 } // namespace

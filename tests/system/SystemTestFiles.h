@@ -1,10 +1,13 @@
 #pragma once
 
+#include "core/VantrelError.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -44,6 +47,16 @@ inline std::pair<ino_t, qint64> identity(const QString& path) {
 inline QStringList entriesStartingWith(const QString& directory, const QString& prefix) {
     return QDir(directory).entryList({prefix + "*"}, QDir::AllEntries | QDir::Hidden |
                                                          QDir::System | QDir::NoDotAndDotDot);
+}
+
+// The description of the error `operation` throws; empty when it throws none.
+inline QString errorText(const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const VantrelError& error) {
+        return error.description();
+    }
+    return {};
 }
 
 // Everything under `root`: each entry's path, link target, permissions and a hash of a regular

@@ -1,7 +1,7 @@
 #include "system/XdgAutostartLoginItemManager.h"
 
 #include "SystemTestFiles.h"
-#include "core/VantrelError.h"
+#include "support/TableRows.h"
 
 #include <QDir>
 #include <QFile>
@@ -31,44 +31,34 @@ public:
     QTemporaryDir m_root;
 };
 
-// The desktop must accept the file whatever characters the install path holds.
-class AutostartEntryValidity : public AutostartTest,
-                               public testing::WithParamInterface<const char*> {};
-
-TEST_P(AutostartEntryValidity, PassesDesktopFileValidateAndStartsThePath) {
-    manager(QString::fromUtf8(GetParam())).setEnabled(true);
-    QProcess process;
-    process.start("desktop-file-validate", {entry()});
-    ASSERT_TRUE(process.waitForFinished(30000));
-    EXPECT_EQ(process.exitCode(), 0)
-        << process.readAllStandardOutput().toStdString() << read(entry()).toStdString();
-    EXPECT_EQ(process.readAllStandardOutput(), "");
-    // The program GLib would start at login, read as it reads the entry.
-    process.start("/usr/bin/python3",
-                  {"-c",
-                   "import sys\nfrom gi.repository import GLib\nentry = GLib.KeyFile()\n"
-                   "entry.load_from_file(sys.argv[1], GLib.KeyFileFlags.NONE)\n"
-                   "line = entry.get_string('Desktop Entry', 'Exec').replace('%%', '%')\n"
-                   "sys.stdout.buffer.write(GLib.shell_parse_argv(line)[1][0].encode())",
-                   entry()});
-    ASSERT_TRUE(process.waitForFinished(30000));
-    EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(GetParam()))
-        << process.readAllStandardError().toStdString();
-}
-
-INSTANTIATE_TEST_SUITE_P(Paths, AutostartEntryValidity,
-                         testing::Values("/home/anna/My Apps/Vantrel (beta)/vantrel",
-                                         "/home/anna/$dir/`x`/\"q\"/back\\slash/100%/vantrel",
-                                         "/home/anna/Programme/Zürich ☂/vantrel"));
-
-TEST_F(AutostartTest, EnablingIsIdempotentFollowsAMoveAndDisablingRemovesTheEntry) {
-    manager("/usr/bin/vantrel").setEnabled(true);
-    manager().setEnabled(true);
-    EXPECT_EQ(read(entry()), manager().entryContents());
-    const auto before = identity(entry());
-    manager().setEnabled(true);
-    EXPECT_EQ(identity(entry()), before);
-
+// The desktop must accept the file whatever characters the install path holds. Each path is a
+// move the entry follows; enabling again with the same path leaves the file alone.
+TEST_F(AutostartTest, EntryPassesDesktopFileValidateStartsThePathAndGoesWhenDisabled) {
+    for (const QString path : {"/home/anna/My Apps/Vantrel (beta)/vantrel",
+                               "/home/anna/$dir/`x`/\"q\"/back\\slash/100%/vantrel",
+                               "/home/anna/Programme/Zürich ☂/vantrel"}) {
+        manager(path).setEnabled(true);
+        QProcess process;
+        process.start("desktop-file-validate", {entry()});
+        ASSERT_TRUE(process.waitForFinished(30000));
+        EXPECT_EQ(process.exitCode(), 0)
+            << process.readAllStandardOutput().toStdString() << read(entry()).toStdString();
+        EXPECT_EQ(process.readAllStandardOutput(), "");
+        // The program GLib would start at login, read as it reads the entry.
+        process.start("/usr/bin/python3",
+                      {"-c",
+                       "import sys\nfrom gi.repository import GLib\nentry = GLib.KeyFile()\n"
+                       "entry.load_from_file(sys.argv[1], GLib.KeyFileFlags.NONE)\n"
+                       "line = entry.get_string('Desktop Entry', 'Exec').replace('%%', '%')\n"
+                       "sys.stdout.buffer.write(GLib.shell_parse_argv(line)[1][0].encode())",
+                       entry()});
+        ASSERT_TRUE(process.waitForFinished(30000));
+        EXPECT_EQ(QString::fromUtf8(process.readAllStandardOutput()), path)
+            << process.readAllStandardError().toStdString();
+        const auto before = identity(entry());
+        manager(path).setEnabled(true);
+        EXPECT_EQ(identity(entry()), before);
+    }
     manager().setEnabled(false);
     EXPECT_FALSE(QFile::exists(entry()));
     EXPECT_NO_THROW(manager().setEnabled(false));
@@ -106,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      "[Desktop Entry]\nType=Application\nName=V\n"
                                      "Exec=\"/opt/vantrel/bin/vantrel\"\n"},
                     ExistingEntryRow{"NotADesktopEntryAtAll", "\xFF\xFE garbage"}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 // Something in the way of the entry. Either request fails with the platform's words for it, and
 // a failed one leaves everything as it was: a registered entry stays registered.
@@ -119,17 +109,7 @@ struct BlockedRow {
     bool needsNonRoot = false; // root ignores mode bits
 };
 
-class AutostartBlocked : public AutostartTest, public testing::WithParamInterface<BlockedRow> {
-protected:
-    QString failureOf(bool enabled) {
-        try {
-            manager().setEnabled(enabled);
-        } catch (const VantrelError& error) {
-            return error.description();
-        }
-        return {};
-    }
-};
+class AutostartBlocked : public AutostartTest, public testing::WithParamInterface<BlockedRow> {};
 
 TEST_P(AutostartBlocked, FailsClearlyAndLosesNothing) {
     const BlockedRow& row = GetParam();
@@ -139,7 +119,7 @@ TEST_P(AutostartBlocked, FailsClearlyAndLosesNothing) {
     row.setup(*this);
     for (const bool enabled : {true, false}) {
         const QByteArray before = snapshot(m_root.path());
-        const QString error = failureOf(enabled);
+        const QString error = errorText([&] { manager().setEnabled(enabled); });
         const QString& expected = enabled ? row.enableError : row.disableError;
         EXPECT_EQ(error.isEmpty(), expected.isEmpty()) << enabled << " " << error.toStdString();
         EXPECT_TRUE(error.contains(expected)) << error.toStdString();
@@ -176,6 +156,6 @@ INSTANTIATE_TEST_SUITE_P(
                    },
                    // Enabling finds the entry already there; removing it needs the folder.
                    "", "Could not remove", true}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 } // namespace

@@ -42,7 +42,7 @@ const LaunchConfiguration configuration{
     "/opt/vantrel/vantrel-tracker", "/home/a/config.toml", "secret-key", "desk",
     "/home/a/stdout.log",           "/home/a/stderr.log"};
 
-// The fixture is the supervisor's  Launches are recorded at the sleeper's virtual time;
+// The fixture is the supervisor's runner. Launches are recorded at the sleeper's virtual time;
 // every status command waits on `statusGate`: one turn, or until released while the gate holds.
 class TrackerSupervisorTest : public testing::Test, public TrackerProcessRunning {
 protected:
@@ -85,9 +85,10 @@ protected:
     }
 };
 
-// Five launches in vain lock; a new start clears the lock and the restart budget. (Helpers that
+// Five launches in vain lock; a new start clears the lock and the restart budget. A replaced
+// helper's exit arrives late and changes nothing; the current one's is noticed. (Helpers that
 // exit at once take the same road through real processes in the fault matrix.)
-TEST_F(TrackerSupervisorTest, FailingLaunchesBackOffThenLock) {
+TEST_F(TrackerSupervisorTest, FailingLaunchesBackOffThenLockUntilTheNextStart) {
     failLaunches = true;
     supervisor.start(configuration);
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return supervisor.crashLocked(); }));
@@ -99,45 +100,43 @@ TEST_F(TrackerSupervisorTest, FailingLaunchesBackOffThenLock) {
 
     failLaunches = false;
     supervisor.start(configuration);
+    supervisor.start(configuration);
     EXPECT_FALSE(supervisor.crashLocked());
-    EXPECT_EQ(launchTimes.size(), 6);
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return exitsReported == 1; }));
+    EXPECT_EQ(launchTimes.size(), 7);
     EXPECT_TRUE(supervisor.helperRunning());
     EXPECT_EQ(supervisor.lastError(), std::nullopt);
+    EXPECT_EQ(sleeper.requested.size(), 4);
+
+    sleeper.hold = true;
     helpers.last()->end(3);
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return launchTimes.size() == 7; }));
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 1; }));
     EXPECT_EQ(sleeper.requested.last(), 1);
+    EXPECT_EQ(supervisor.lastError(), exitedWithStatus3);
 }
 
-TEST_F(TrackerSupervisorTest, StopOrReleaseDuringARestartWaitCancelsTheRestart) {
+// Stopping a supervisor or letting it go ends its status polling and its wait for a restart.
+TEST_F(TrackerSupervisorTest, StopOrReleaseEndsPollingAndCancelsTheRestart) {
     sleeper.hold = true;
+    TrackerSupervisor stopped(*this, sleeper, 4, 20ms);
     auto released = std::make_unique<TrackerSupervisor>(*this, sleeper, 4);
-    supervisor.start(configuration);
+    stopped.start(configuration);
     released->start(configuration);
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return statusGate.requested.size() >= 5; }));
     helpers.at(0)->end(3);
     helpers.at(1)->end(3);
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 2; }));
 
-    supervisor.stop(true);
+    stopped.stop(true);
     released.reset();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 0; }));
     AsyncTest::spin(20ms);
+    const auto commands = statusGate.requested.size();
+    AsyncTest::spin(100ms);
+    EXPECT_EQ(statusGate.requested.size(), commands);
     EXPECT_EQ(launchTimes.size(), 2);
-    EXPECT_EQ(supervisor.launchConfiguration(), std::nullopt);
-    EXPECT_EQ(supervisor.lastError(), exitedWithStatus3);
-}
-
-TEST_F(TrackerSupervisorTest, ALateExitOfAReplacedHelperChangesNothing) {
-    sleeper.hold = true;
-    supervisor.start(configuration);
-    supervisor.start(configuration); // ends the first helper; its exit arrives afterwards
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return exitsReported == 1; }));
-    EXPECT_EQ(launchTimes.size(), 2);
-    EXPECT_TRUE(supervisor.helperRunning());
-    EXPECT_EQ(supervisor.lastError(), std::nullopt);
-    EXPECT_TRUE(sleeper.requested.isEmpty());
-
-    helpers.at(1)->end(3); // the current helper's own exit is still noticed
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return supervisor.lastError() == exitedWithStatus3; }));
+    EXPECT_EQ(stopped.launchConfiguration(), std::nullopt);
+    EXPECT_EQ(stopped.lastError(), exitedWithStatus3);
 }
 
 TEST_F(TrackerSupervisorTest, StatusReadsKeepTheLastReportAndClearErrorsOnlyWhileTheHelperRuns) {
@@ -191,18 +190,6 @@ TEST_F(TrackerSupervisorTest, RefreshesShareTheCommandInFlightAndNeverOverlap) {
     EXPECT_EQ(statusGate.requested.size(), 2);
     statusGate.releaseOne();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return completed == 3; }));
-}
-
-TEST_F(TrackerSupervisorTest, PollsAtTheIntervalUntilStopped) {
-    TrackerSupervisor polling(*this, sleeper, 4, 20ms);
-    polling.start(configuration);
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return statusGate.requested.size() >= 4; }));
-
-    polling.stop(true);
-    AsyncTest::spin(20ms);
-    const auto commands = statusGate.requested.size();
-    AsyncTest::spin(100ms);
-    EXPECT_EQ(statusGate.requested.size(), commands);
 }
 
 } // namespace
