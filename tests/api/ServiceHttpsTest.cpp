@@ -62,8 +62,8 @@ qint64 statusValue(const QString& key) {
 
 const QString startAnswer =
     R"({"authorization_id":"5c1e9d3a-0b7e-4f7c-9a51-2e6f1d0c4b88","device_code":"d",)"
-    R"("user_code":"WDJB-MJHT","verification_uri":"https://v.example",)"
-    R"("verification_uri_complete":"https://v.example/?c=1","expires_in":900.5,"interval":2.5,)"
+    R"("user_code":"W","verification_uri":"https://v.example",)"
+    R"("verification_uri_complete":"https://v.example/?c=1","expires_in":900,"interval":2.5,)"
     R"("unknown":null})";
 const QString summaryBody =
     R"({"data":{"grand_total":{"text":"1 hr 5 mins","total_seconds":3900}}})";
@@ -96,13 +96,12 @@ protected:
 
 TEST_F(ServiceHttpsTest, BothClientsRequestsArriveAsBuiltAndOnlyTheirOwnStatusesSucceed) {
     respond({{"status", 201}, {"body", startAnswer}});
-    EXPECT_EQ(
-        AsyncTest::run(deviceClient.start(baseURL("file"),
-                                          QUuid("{6f9619ff-8b86-d011-b42d-00c04fc964ff}"),
-                                          "anna-laptop", "0.6.1", {})),
-        (DeviceAuthorizationSession{QUuid("{5c1e9d3a-0b7e-4f7c-9a51-2e6f1d0c4b88}"), "d",
-                                    "WDJB-MJHT", QUrl("https://v.example"),
-                                    QUrl("https://v.example/?c=1"), now.addMSecs(900500), 2.5}));
+    EXPECT_EQ(AsyncTest::run(deviceClient.start(baseURL("file"),
+                                                QUuid("{6f9619ff-8b86-d011-b42d-00c04fc964ff}"),
+                                                "anna-laptop", "0.6.1", {})),
+              (DeviceAuthorizationSession{QUuid("{5c1e9d3a-0b7e-4f7c-9a51-2e6f1d0c4b88}"), "d", "W",
+                                          QUrl("https://v.example"), QUrl("https://v.example/?c=1"),
+                                          now.addSecs(900), 2.5}));
     respond({{"status", 204}});
     EXPECT_EQ(failureOf<Error>(deviceClient.revoke(baseURL("file"), "secret-key", {})),
               std::nullopt);
