@@ -43,15 +43,13 @@ if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
             org.freedesktop.Secret.Service.ReadAlias string:default 2>/dev/null |
             grep -q 'object path "/org/freedesktop/secrets/collection/'
     }
-    for _ in $(seq 1 600); do
-        default_collection_ready || ! kill -0 "$keyring_pid" 2>/dev/null && break
-        sleep 0.05
-    done
-    if ! default_collection_ready; then
+    # shellcheck source=checks.sh
+    source "$(dirname "$0")/checks.sh"
+    wait_for 30 default_collection_ready || {
         echo "with-keyring: gnome-keyring-daemon offers no default collection:" >&2
         cat "$XDG_RUNTIME_DIR/keyring.log" >&2
         exit 1
-    fi
+    }
     # Under `set -e` a failing command ends the script with its status, through the trap.
     "$@"
     exit
