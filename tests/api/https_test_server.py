@@ -1,21 +1,28 @@
 #!/usr/bin/env python3
-# A scriptable HTTPS server for the service client tests.
+# Runs a command beside a scriptable HTTPS server on 127.0.0.1 whose certificates come from
+# authorities made for this run only, and returns the command's exit status.
 #
-# Usage: https_test_server.py DIR NAME:CERT:KEY...
-# Each NAME:CERT:KEY opens a TLS listener on 127.0.0.1 and writes its port to DIR/NAME.port.
-# Every request is appended to DIR/requests.log as one line: method, path, the headers the clients
-# set (as JSON) and body. It is then answered as DIR/response.json, read afresh each time, says:
+# Usage: https_test_server.py <command> [arguments...]
+#
+# Each listener writes its port to $VANTREL_TEST_HTTPS_DIR/<name>.port: "file" is signed by the
+# authority SSL_CERT_FILE names, "dir" by one found in SSL_CERT_DIR, "stranger" by one named
+# nowhere. Every request is appended to requests.log there as one line: method, path, the headers
+# the clients set (as JSON) and body. It is then answered as response.json there, read afresh each
+# time, says:
 #   status, body  the answer, always labelled application/json (default 404, empty)
 #   delay         seconds to wait before answering
 #   endless       true: send "x" forever until the client goes away, then write the number of
-#                 bytes it took to DIR/endless-sent
+#                 bytes it took to endless-sent
 #   drip          seconds: send "x" one byte at a time, that long apart, until the client goes away
 #   drop          true: close the connection without answering
 #   paths         an answer as above for each request path; other paths get the default
 import json
 import os
+import signal
 import ssl
+import subprocess
 import sys
+import tempfile
 import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
@@ -23,23 +30,19 @@ from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 class Handler(BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
-    chosen_headers = ["accept", "authorization", "content-type"]
+    work = ""
 
     def log_message(self, format, *args):
         pass
 
     def do_GET(self):
-        self.answer()
-
-    do_POST = do_GET
-
-    def answer(self):
         body = self.rfile.read(int(self.headers.get("Content-Length") or 0))
-        headers = {key: self.headers[key] for key in self.chosen_headers if key in self.headers}
-        with open("requests.log", "a") as log:
+        headers = {key: self.headers[key] for key in ["accept", "authorization", "content-type"]
+                   if key in self.headers}
+        with open(os.path.join(self.work, "requests.log"), "a") as log:
             log.write(" ".join([self.command, self.path, json.dumps(headers, separators=(",", ":")),
                                 body.decode("utf-8", "replace")]) + "\n")
-        with open("response.json") as script:
+        with open(os.path.join(self.work, "response.json")) as script:
             reply = json.load(script)
         if "paths" in reply:
             reply = reply["paths"].get(self.path.split("?")[0], {})
@@ -49,7 +52,6 @@ class Handler(BaseHTTPRequestHandler):
             return
         self.send_response(reply.get("status", 404))
         self.send_header("Content-Type", "application/json")
-        payload = reply.get("body", "").encode("utf-8")
         if reply.get("endless") or "drip" in reply:
             self.send_header("Connection", "close")
             self.end_headers()
@@ -57,34 +59,56 @@ class Handler(BaseHTTPRequestHandler):
             sent = 0
             try:
                 while True:
-                    if "drip" in reply:
-                        sent += self.wfile.write(b"x")
-                        time.sleep(reply["drip"])
-                    else:
-                        sent += self.wfile.write(b"x" * 16384)
+                    sent += self.wfile.write(b"x" if "drip" in reply else b"x" * 16384)
+                    time.sleep(reply.get("drip", 0))
             except OSError:
-                with open("endless-sent", "w") as out:
+                with open(os.path.join(self.work, "endless-sent"), "w") as out:
                     out.write(str(sent))
             return
+        payload = reply.get("body", "").encode("utf-8")
         self.send_header("Content-Length", str(len(payload)))
         self.end_headers()
         self.wfile.write(payload)
 
+    do_POST = do_GET
+
+
+def certificate(path, subject, *extensions):
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj", subject,
+                    "-keyout", path + ".key", "-out", path + ".pem", *extensions],
+                   check=True, stderr=subprocess.DEVNULL)
+
 
 def main():
-    os.chdir(sys.argv[1])
-    for listener in sys.argv[2:]:
-        name, cert, key = listener.split(":")
-        server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(cert, key)
-        server.socket = context.wrap_socket(server.socket, server_side=True)
-        threading.Thread(target=server.serve_forever, daemon=True).start()
-        with open(name + ".port.tmp", "w") as out:
-            out.write(str(server.server_address[1]))
-        os.rename(name + ".port.tmp", name + ".port")
-    threading.Event().wait()
+    # A plain SIGTERM would leave the command running and the authorities' keys on disk.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    with tempfile.TemporaryDirectory() as work:
+        Handler.work = work
+        # The "dir" authority is found in certs/ by reading every file there, as the application
+        # does; it has no hashed name, so OpenSSL on its own would not find it.
+        os.mkdir(os.path.join(work, "certs"))
+        for name in ["file", "dir", "stranger"]:
+            authority = os.path.join(work, "certs" if name == "dir" else "", name + "-ca")
+            certificate(authority, "/CN=Vantrel test authority " + name,
+                        "-addext", "basicConstraints=critical,CA:TRUE",
+                        "-addext", "keyUsage=critical,keyCertSign,cRLSign")
+            server_path = os.path.join(work, name)
+            certificate(server_path, "/CN=127.0.0.1", "-CA", authority + ".pem",
+                        "-CAkey", authority + ".key", "-addext", "subjectAltName=IP:127.0.0.1",
+                        "-addext", "basicConstraints=CA:FALSE",
+                        "-addext", "extendedKeyUsage=serverAuth")
+            server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            context.load_cert_chain(server_path + ".pem", server_path + ".key")
+            server.socket = context.wrap_socket(server.socket, server_side=True)
+            threading.Thread(target=server.serve_forever, daemon=True).start()
+            with open(server_path + ".port", "w") as out:
+                out.write(str(server.server_address[1]))
+        return subprocess.call(sys.argv[1:], env=dict(
+            os.environ, SSL_CERT_FILE=os.path.join(work, "file-ca.pem"),
+            SSL_CERT_DIR=os.path.join(work, "certs"), VANTREL_TEST_HTTPS_DIR=work))
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

@@ -5,18 +5,15 @@ passed=0 failed=0
 
 # check "<what must hold>" command…: runs the command and counts it.
 check() {
-    local description="$1"
-    shift
-    if "$@"; then passed=$((passed + 1)) && echo "ok: $description"
-    else failed=$((failed + 1)) && echo "FAILED: $description"; fi
+    if "${@:2}"; then passed=$((passed + 1)) && echo "ok: $1"
+    else failed=$((failed + 1)) && echo "FAILED: $1"; fi
 }
 
 # wait_for <seconds> command…: retries the command until it succeeds, for up to that many seconds
 # times VANTREL_TEST_TIMEOUT_FACTOR (a sanitizer build runs slower).
 wait_for() {
     local deadline=$((SECONDS + $1 * ${VANTREL_TEST_TIMEOUT_FACTOR:-1}))
-    shift
-    until "$@"; do
+    until "${@:2}"; do
         [ "$SECONDS" -lt "$deadline" ] || return 1
         sleep 0.1
     done

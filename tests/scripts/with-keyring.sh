@@ -11,10 +11,7 @@
 # returned.
 set -euo pipefail
 
-if [ $# -eq 0 ]; then
-    echo "usage: $0 <command> [arguments...]" >&2
-    exit 2
-fi
+[ $# -gt 0 ] || { echo "usage: $0 <command> [arguments...]" >&2; exit 2; }
 
 # Second stage: we run inside the private bus (see the end of this script).
 if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
@@ -28,15 +25,12 @@ if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
     keyring_pid=$!
     # A test may have replaced the daemon with one of its own; end whichever owns the name.
     stop_keyring() {
-        kill "$keyring_pid" 2>/dev/null || true
-        wait "$keyring_pid" 2>/dev/null || true
+        kill "$keyring_pid" 2>/dev/null && wait "$keyring_pid" 2>/dev/null || true
         local owner
         owner=$(dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
             org.freedesktop.DBus.GetConnectionUnixProcessID string:org.freedesktop.secrets \
             2>/dev/null | awk '/uint32/ { print $2 }' || true)
-        if [ -n "$owner" ]; then
-            kill "$owner" 2>/dev/null || true
-        fi
+        [ -z "$owner" ] || kill "$owner" 2>/dev/null || true
     }
     trap stop_keyring EXIT
     trap 'exit 130' INT
@@ -49,24 +43,16 @@ if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
             org.freedesktop.Secret.Service.ReadAlias string:default 2>/dev/null |
             grep -q 'object path "/org/freedesktop/secrets/collection/'
     }
-    for _ in $(seq 1 600); do
-        default_collection_ready && break
-        if ! kill -0 "$keyring_pid" 2>/dev/null; then
-            echo "with-keyring: gnome-keyring-daemon exited early:" >&2
-            cat "$XDG_RUNTIME_DIR/keyring.log" >&2
-            exit 1
-        fi
-        sleep 0.05
-    done
-    if ! default_collection_ready; then
-        echo "with-keyring: gnome-keyring-daemon offers no default collection" >&2
+    # shellcheck source=checks.sh
+    source "$(dirname "$0")/checks.sh"
+    wait_for 30 default_collection_ready || {
+        echo "with-keyring: gnome-keyring-daemon offers no default collection:" >&2
         cat "$XDG_RUNTIME_DIR/keyring.log" >&2
         exit 1
-    fi
-
-    status=0
-    "$@" || status=$?
-    exit "$status"
+    }
+    # Under `set -e` a failing command ends the script with its status, through the trap.
+    "$@"
+    exit
 fi
 
 self="$(cd "$(dirname "$0")" && pwd)/$(basename "$0")"
@@ -79,8 +65,6 @@ mkdir -m 700 "$scratch/home" "$scratch/data" "$scratch/config" "$scratch/cache" 
 # A session bus with no service directories: nothing is started on demand, so neither a second
 # keyring nor a graphical prompter can appear.
 cat >"$scratch/bus.conf" <<CONF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>session</type>
   <keep_umask/>
@@ -94,11 +78,9 @@ cat >"$scratch/bus.conf" <<CONF
 </busconfig>
 CONF
 
-status=0
 env -u DISPLAY -u WAYLAND_DISPLAY -u DBUS_SESSION_BUS_ADDRESS -u GNOME_KEYRING_CONTROL \
     -u SSH_AUTH_SOCK \
     HOME="$scratch/home" XDG_DATA_HOME="$scratch/data" XDG_CONFIG_HOME="$scratch/config" \
     XDG_CACHE_HOME="$scratch/cache" XDG_RUNTIME_DIR="$scratch/runtime" \
     VANTREL_KEYRING_STAGE=inside \
-    dbus-run-session --config-file="$scratch/bus.conf" -- bash "$self" "$@" || status=$?
-exit "$status"
+    dbus-run-session --config-file="$scratch/bus.conf" -- bash "$self" "$@"
