@@ -69,6 +69,17 @@ std::optional<Error> failureOf(QCoro::Task<T>&& task) {
     return std::nullopt;
 }
 
+// The description of the error `task` ends with; empty when it succeeds.
+template <typename T>
+QString errorText(QCoro::Task<T>&& task) {
+    try {
+        run(std::move(task));
+    } catch (const VantrelError& error) {
+        return error.description();
+    }
+    return {};
+}
+
 // The result of `task` or the error of type `Error` it ends with.
 template <typename Error, typename T>
 std::variant<T, Error> outcomeOf(QCoro::Task<T>&& task) {
