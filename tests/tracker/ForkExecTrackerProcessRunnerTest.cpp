@@ -109,6 +109,19 @@ TEST_F(RunnerTest, TheHelperGetsExactlySixArgumentsAndTheKeyOnlyOnItsStandardInp
     handle->terminate(); // on an ended helper: nothing to do, nothing fails
 }
 
+TEST_F(RunnerTest, AKeyLongerThanThePipeHoldsNothingUpWhenTheHelperDoesNotReadIt) {
+    script("run.hang\n");
+    alarm(10); // a blocked write ends the test here rather than at the suite's timeout
+    auto handle =
+        runner.startHelper({FAKE_TRACKER_HELPER, path("config.toml"), QString(1024 * 1024, 'k'),
+                            "laptop", path("out.log"), path("err.log")},
+                           [this](qint32 status) { exits.append(status); });
+    alarm(0);
+    EXPECT_TRUE(handle->isRunning());
+    handle->terminate();
+    EXPECT_TRUE(waitForExits(1));
+}
+
 TEST_F(RunnerTest, ReleasedHelpersEndByThemselvesAndAppendToPrivateBoundedLogs) {
     // Releasing the handle closes standard input; this helper exits when it sees the end.
     script("run.read-key\nrun.stdout out\nrun.stderr err\nrun.wait-stdin-eof\nrun.exit 4\n");

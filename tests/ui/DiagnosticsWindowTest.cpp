@@ -82,6 +82,11 @@ TEST(DiagnosticsWindow, ShowsEveryRowLiveTheHealthAndTheSupervisorsErrorFirst) {
                                          "Dropped focus segments: 0", "Presence coverage: Unknown",
                                          "Last successful sync: Never", "Last error kind: None"}));
     EXPECT_TRUE(scene.showsSymbol("arrow.triangle.2.circlepath"));
+    const QList<QLabel*> labels = scene.window.findChildren<QLabel*>();
+    const auto title = std::find_if(labels.begin(), labels.end(),
+                                    [](QLabel* label) { return label->text() == "Diagnostics"; });
+    ASSERT_NE(title, labels.end()); // and it stands out from the rows
+    EXPECT_GT((*title)->font().pointSizeF(), scene.cell(0, 1)->font().pointSizeF() * 1.2);
     QPalette switched = scene.window.palette(); // the icon is tinted anew after a theme switch
     switched.setColor(QPalette::WindowText, Qt::magenta);
     scene.window.setPalette(switched);
@@ -124,6 +129,9 @@ TEST(DiagnosticsWindow, ShowsEveryRowLiveTheHealthAndTheSupervisorsErrorFirst) {
     EXPECT_EQ(scene.error()->text(), scene.state->presentedError());
     EXPECT_EQ(scene.cell(0, 1)->selectedText().size(), 3)
         << "a value that stayed keeps its selection";
+    scene.harness.credentials.failDelete = -128; // an error of its own, the health unchanged
+    AsyncTest::run(scene.state->signOut());
+    EXPECT_EQ(scene.error()->text(), scene.state->presentedError());
 
     // Refresh returns at once while the helper takes its time.
     scene.slow.statusOnRefresh = status;
