@@ -34,15 +34,16 @@ DARK = "".join(f"[Colors:{group}]\nBackgroundNormal={colour}\nForegroundNormal=2
                                      ("Button", "49,54,59")))
 
 
-def windows(focused=False):
-    """Sway's windows as {title: (x, y, width, height)}, or only the one with the keyboard focus."""
+def windows(focused=False, by="name"):
+    """Sway's windows as {title (or another field): (x, y, width, height)}, or only the one with
+    the keyboard focus."""
     found, nodes = {}, [json.loads(subprocess.run(["swaymsg", "-t", "get_tree"],
                                                   capture_output=True, text=True).stdout)]
     while nodes:
         node = nodes.pop()
         nodes += node.get("nodes", []) + node.get("floating_nodes", [])
         if node.get("pid") and (node.get("focused") or not focused):
-            found[node.get("name")] = tuple(node["rect"][k] for k in ("x", "y", "width", "height"))
+            found[node.get(by)] = tuple(node["rect"][k] for k in ("x", "y", "width", "height"))
     return found
 
 
@@ -103,6 +104,9 @@ def run(binary, pointer, log):
             choose(bus, our_items(bus)[0], entry)
             check(f"sway: the menu's {entry} opens a window Sway calls exactly {title!r}",
                   wait_for(lambda: title in windows()))
+        # The desktop entry's name, by which the desktop finds our icon and name for the windows.
+        check("sway: each window belongs to com.keldor.Vantrel",
+              set(windows(by="app_id")) == {"com.keldor.Vantrel"})
 
     app = start_app(binary, "-platform", "wayland", log=log)
     try:
