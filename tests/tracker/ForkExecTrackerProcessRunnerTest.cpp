@@ -122,6 +122,18 @@ TEST_F(RunnerTest, AKeyLongerThanThePipeHoldsNothingUpWhenTheHelperDoesNotReadIt
     EXPECT_TRUE(waitForExits(1));
 }
 
+TEST_F(RunnerTest, AHelperReapedBySomeoneElseStillEndsWithoutAStatus) {
+    script("run.hang\n");
+    const auto previous = std::signal(SIGCHLD, SIG_IGN); // the kernel reaps every child itself
+    alarm(10);
+    auto handle = start();
+    handle->terminate();
+    EXPECT_TRUE(waitForExits(1));
+    alarm(0);
+    std::signal(SIGCHLD, previous);
+    EXPECT_EQ(exits, QList<qint32>{-1});
+}
+
 TEST_F(RunnerTest, ReleasedHelpersEndByThemselvesAndAppendToPrivateBoundedLogs) {
     // Releasing the handle closes standard input; this helper exits when it sees the end.
     script("run.read-key\nrun.stdout out\nrun.stderr err\nrun.wait-stdin-eof\nrun.exit 4\n");
