@@ -4,6 +4,7 @@
 
 #include <QDBusArgument>
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 
 #include <gtest/gtest.h>
 
@@ -77,6 +78,15 @@ TEST(DBusMenuExporter, tellsAHostOfANewLayoutAndOfEachChangedEntry) {
     ASSERT_EQ(host.signals.size(), 1);
     EXPECT_EQ(host.signals[0].member(), "ItemsPropertiesUpdated");
     EXPECT_EQ(labelsIn(host.signals[0]), QStringList{"Expires in 14:59"});
+
+    // A call the menu does not know is refused at once, not left to the host's timeout.
+    const QDBusPendingCall unknown = host.bus.asyncCall(
+        QDBusMessage::createMethodCall(bus.baseService(), "/MenuBar",
+                                       DBusMenuExporter::interfaceName, "Rearrange"),
+        2000);
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return unknown.isFinished(); }));
+    EXPECT_TRUE(unknown.isError());
+    EXPECT_NE(unknown.error().type(), QDBusError::NoReply);
     bus.unregisterObject("/MenuBar");
 }
 
