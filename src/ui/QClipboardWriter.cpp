@@ -4,7 +4,7 @@
 #include <QGuiApplication>
 
 void QClipboardWriter::setText(const QString& text) {
-    QClipboard* clipboard = QGuiApplication::clipboard();
-    clipboard->clear();
-    clipboard->setText(text, QClipboard::Clipboard);
+    // Replaces every format at once; clearing first would show clipboard managers an empty
+    // clipboard in between.
+    QGuiApplication::clipboard()->setText(text, QClipboard::Clipboard);
 }
