@@ -162,7 +162,8 @@ TEST(PanelView, showsAtMostThreeWholeLinesOfAnErrorInRed) {
     EXPECT_LT(error->height(), 4 * error->fontMetrics().lineSpacing());
 }
 
-TEST(PanelView, showsTheCodeSelectableInACaptionMonospacedBoldFontAfterAPlainTitle) {
+TEST(PanelView,
+     showsTheCodeSelectableInACaptionMonospacedBoldFontAfterAPlainTitleAndItsExpiryAsACaption) {
     PanelFixture fixture;
     fixture.beginSignInWithCode();
     MenuBarView view(*fixture.presenter);
@@ -172,6 +173,11 @@ TEST(PanelView, showsTheCodeSelectableInACaptionMonospacedBoldFontAfterAPlainTit
     EXPECT_TRUE(QFontInfo(code->font()).fixedPitch() && code->font().bold());
     EXPECT_LT(code->font().pointSizeF(), view.font().pointSizeF());
     EXPECT_EQ(shown<QLabel>(view, is("Confirmation code"))->font(), view.font());
+    const QLabel* expiry = shown<QLabel>(view, [](const QString& text) {
+        return text.startsWith("Expires in"); // a caption, as every secondary text
+    });
+    ASSERT_NE(expiry, nullptr);
+    EXPECT_LT(expiry->font().pointSizeF(), view.font().pointSizeF());
 }
 
 TEST(MenuRowButton, drawsKeyboardFocusAsARingApartFromHover) {
