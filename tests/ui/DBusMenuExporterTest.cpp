@@ -54,11 +54,7 @@ TEST(DBusMenuExporter, tellsAHostOfANewLayoutAndOfEachChangedEntry) {
     ASSERT_TRUE(bus.isConnected()) << "runs inside dbus-run-session";
     PanelFixture fixture;
     FakeTicker* ticker = nullptr;
-    TrayMenuPresenter menu(*fixture.presenter, [&ticker] {
-        auto made = std::make_unique<FakeTicker>();
-        ticker = made.get();
-        return made;
-    });
+    TrayMenuPresenter menu(*fixture.presenter, keptTicker(ticker));
     DBusMenuExporter exporter(menu, bus, "/MenuBar");
     ASSERT_TRUE(bus.registerVirtualObject("/MenuBar", &exporter));
     MenuHost host(bus.baseService());

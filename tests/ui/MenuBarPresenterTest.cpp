@@ -105,11 +105,7 @@ TEST(PanelLastSync, showsOnlyAStrictTimestampAndAgesOnItsTimelineOnlyWhileShown)
 TEST(PanelCountdown, ticksEverySecondInTheShownPanelAndInTheTrayMenu) {
     PanelFixture fixture;
     FakeTicker* menuTicker = nullptr;
-    TrayMenuPresenter entries(*fixture.presenter, [&menuTicker] {
-        auto ticker = std::make_unique<FakeTicker>();
-        menuTicker = ticker.get();
-        return ticker;
-    });
+    TrayMenuPresenter entries(*fixture.presenter, keptTicker(menuTicker));
     TrayMenu menu(entries);
     entries.trigger("open-dashboard"); // not offered while signed out
     EXPECT_TRUE(fixture.harness.workspace.opened.isEmpty());

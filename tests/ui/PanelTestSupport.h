@@ -27,6 +27,15 @@ public:
     bool active = false;
 };
 
+// A ticker factory for one ticker the test keeps hold of in `kept`.
+inline std::function<std::unique_ptr<Ticking>()> keptTicker(FakeTicker*& kept) {
+    return [&kept] {
+        auto made = std::make_unique<FakeTicker>();
+        kept = made.get();
+        return made;
+    };
+}
+
 // A shown window as the user reads it, top to bottom and left to right: every visible text and
 // button title (a disabled one in brackets), each checked to be drawn inside `root`. A widget left
 // out of its layout sits in the top-left corner, out of its order.
