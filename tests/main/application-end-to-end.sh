@@ -65,7 +65,6 @@ if [ "$road" = starts ]; then
     start_app first
     check "the first start signs nobody in" wait_for 20 grep -q "Vantrel: Sign in required" "$work/first.out"
     check "the configuration file gets the preferences' API URL" grep -qx "api_url = \"$server\"" "$config"
-    check "the helper's own lines are kept" grep -qx "run.read-key" "$config"
     check "the configuration file is private" test "$(stat -c %a "$config")" = 600
     check "the autostart entry is registered" test -f "$autostart"
     check "no helper was launched without a key" test ! -e "$record/pid"

@@ -70,8 +70,7 @@ def finish(home, *logs):
     # The home goes only with a success; a failure shows the end of each log, since CI keeps
     # nothing else of the run.
     for path in logs if failures else ():
-        with open(path, errors="replace") as log:
-            print(f"the end of {path}:", *log.read().splitlines()[-30:], sep="\n     ", flush=True)
+        print(f"the end of {path}:", *open(path, errors="replace").readlines()[-30:], flush=True)
     if not failures:
         shutil.rmtree(home, ignore_errors=True)
     return 1 if failures else 0
@@ -140,20 +139,15 @@ def item_object(bus, item):
     return bus.get_object(name, "/" + path)
 
 
-def menu_entries(bus, item):
-    """The menu's visible entries, {label: id}, and the menu."""
+def choose(bus, item, label):
+    """Clicks the entry of our menu with that label."""
     menu_path = item_object(bus, item).Get("org.kde.StatusNotifierItem", "Menu",
                                            dbus_interface=dbus.PROPERTIES_IFACE)
     menu = dbus.Interface(bus.get_object(item.split("/")[0], menu_path), "com.canonical.dbusmenu")
     _, layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"))
-    return {str(props.get("label", "")).replace("_", ""): int(identifier)
-            for identifier, props, _ in layout[2]
-            if props.get("type") != "separator" and props.get("visible", True)}, menu
-
-
-def choose(bus, item, label):
-    entries, menu = menu_entries(bus, item)
-    menu.Event(entries.get(label, 0), "clicked", dbus.String("", variant_level=1), 0)
+    menu.Event(next(int(identifier) for identifier, props, _ in layout[2]
+                    if str(props.get("label", "")).replace("_", "") == label),
+               "clicked", dbus.String("", variant_level=1), 0)
 
 
 def tray_comes_and_goes(host, titles, start, ready, icon, with_icon, late=0, take_down=stop):

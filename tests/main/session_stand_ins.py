@@ -52,9 +52,7 @@ class Login1(dbus.service.Object):
 class Notifications(dbus.service.Object):
     def __init__(self, bus, log):
         super().__init__(bus, "/org/freedesktop/Notifications")
-        self.log = log
-        self.open = {}
-        self.last = 0
+        self.log, self.open, self.last = log, {}, 0
 
     def record(self, line):
         with open(self.log, "a") as out:
@@ -67,20 +65,14 @@ class Notifications(dbus.service.Object):
             self.last += 1
             replaces = self.last
         self.open[replaces] = list(actions)
-        entry = hints.get("desktop-entry", "")
         self.record(f"notify {replaces} | {app} | {summary} | {body} | "
-                    f"{','.join(actions[1::2])} | desktop-entry={entry}")
+                    f"{','.join(actions[1::2])} | desktop-entry={hints.get('desktop-entry', '')}")
         return replaces
 
     @dbus.service.method("org.freedesktop.Notifications", in_signature="u")
     def CloseNotification(self, id):
-        if self.open.pop(id, None) is not None:
-            self.NotificationClosed(id, 3)
+        self.open.pop(id, None)
         self.record(f"close {id}")
-
-    @dbus.service.signal("org.freedesktop.Notifications", signature="uu")
-    def NotificationClosed(self, id, reason):
-        pass
 
     @dbus.service.signal("org.freedesktop.Notifications", signature="us")
     def ActionInvoked(self, id, key):
@@ -88,7 +80,6 @@ class Notifications(dbus.service.Object):
 
     @dbus.service.method("test.Control", in_signature="u")
     def Press(self, id):
-        self.record(f"press {id}")
         self.ActionInvoked(id, self.open[id][0])
 
 
@@ -97,11 +88,9 @@ def main():
     DBusGMainLoop(set_as_default=True)
     daemon, address = private_bus(work)
     try:
-        system = dbus.bus.BusConnection(address)
-        login1 = Login1(system)
+        system, session = dbus.bus.BusConnection(address), dbus.SessionBus()
+        stand_ins = Login1(system), Notifications(session, os.path.join(work, "notifications.log"))
         system.request_name("org.freedesktop.login1")
-        session = dbus.SessionBus()
-        notifications = Notifications(session, os.path.join(work, "notifications.log"))
         session.request_name("org.freedesktop.Notifications")
         with open(os.path.join(work, "system-bus.tmp"), "w") as out:
             out.write(address)

@@ -24,8 +24,7 @@ INTROSPECTION = f"""<node><interface name="{WATCHER}">
 class Watcher(dbus.service.Object):
     def __init__(self, bus, record):
         super().__init__(bus, "/StatusNotifierWatcher")
-        self.items = []
-        self.record = record
+        self.items, self.record = [], record
 
     @dbus.service.method("org.freedesktop.DBus.Introspectable", out_signature="s")
     def Introspect(self):
@@ -54,7 +53,6 @@ class Watcher(dbus.service.Object):
 
 if __name__ == "__main__":
     DBusGMainLoop(set_as_default=True)
-    bus = dbus.SessionBus()
-    watcher = Watcher(bus, sys.argv[1])
-    name = dbus.service.BusName(WATCHER, bus, do_not_queue=True)
+    watcher = Watcher(dbus.SessionBus(), sys.argv[1])
+    name = dbus.service.BusName(WATCHER, dbus.SessionBus(), do_not_queue=True)
     GLib.MainLoop().run()

@@ -47,11 +47,6 @@ def windows(focused=False, by="name"):
     return found
 
 
-def screenshot(shot):
-    subprocess.run(["grim", shot])
-    print(f"     Sway's windows: {windows()}, focused: {list(windows(focused=True))}", flush=True)
-
-
 def icon_rectangle():
     """Where the bar is drawn in other colours than its background: our item is its only icon."""
     pixels = subprocess.run(["grim", "-t", "ppm", "-g", f"0,0 {WIDTH}x{BAR}", "-"],
@@ -99,14 +94,11 @@ def run(binary, pointer, log):
             subprocess.run(["wtype", "-k", "Escape"], check=True)
             check("sway: Escape closes it", wait_for(lambda: "Vantrel" not in windows()))
             return
-        for entry, title in (("Settings…", "Vantrel Settings"),
-                             ("Diagnostics…", "Vantrel Diagnostics")):
-            choose(bus, our_items(bus)[0], entry)
-            check(f"sway: the menu's {entry} opens a window Sway calls exactly {title!r}",
-                  wait_for(lambda: title in windows()))
+        choose(bus, our_items(bus)[0], "Settings…")
         # The desktop entry's name, by which the desktop finds our icon and name for the windows.
-        check("sway: each window belongs to com.keldor.Vantrel",
-              set(windows(by="app_id")) == {"com.keldor.Vantrel"})
+        check("sway: the menu's Settings… opens a window Sway calls exactly 'Vantrel Settings', "
+              "of com.keldor.Vantrel", wait_for(lambda: "Vantrel Settings" in windows())
+              and set(windows(by="app_id")) == {"com.keldor.Vantrel"})
 
     app = start_app(binary, "-platform", "wayland", log=log)
     try:
@@ -156,7 +148,7 @@ def main():
         return 1
     os.environ["WAYLAND_DISPLAY"] = display[0]
     os.environ["SWAYSOCK"] = glob.glob(os.path.join(runtime, "sway-ipc.*.sock"))[0]
-    desktop_session.screenshot = screenshot
+    desktop_session.screenshot = lambda shot: subprocess.run(["grim", shot])
     pointer = subprocess.Popen([pointer_binary, str(WIDTH), str(HEIGHT)], text=True,
                                stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     log_path = os.path.join(home, "vantrel.log")

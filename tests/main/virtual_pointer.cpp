@@ -3,7 +3,7 @@
 //
 //   virtual_pointer <layout width> <layout height>
 //
-// then one line on standard input per move, "<x> <y>", or click, "<x> <y> left|right"; each is
+// then one line on standard input per move, "<x> <y>", or left click, "<x> <y> left"; each is
 // answered with "done" once the compositor has it.
 #include "wlr-virtual-pointer-unstable-v1-client-protocol.h"
 
@@ -44,20 +44,15 @@ uint32_t milliseconds() {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s <layout width> <layout height>\n", argv[0]);
-        return 2;
-    }
+    // Without a display or the protocol, the test's clicks find no panel and it says so.
     wl_display* display = wl_display_connect(nullptr);
-    if (display == nullptr) {
-        std::fprintf(stderr, "virtual_pointer: no Wayland display\n");
+    if (argc != 3 || display == nullptr) {
         return 1;
     }
     const wl_registry_listener listener{announced, withdrawn};
     wl_registry_add_listener(wl_display_get_registry(display), &listener, nullptr);
     wl_display_roundtrip(display);
     if (manager == nullptr) {
-        std::fprintf(stderr, "virtual_pointer: the compositor offers no virtual pointer\n");
         return 1;
     }
     // One device for the whole run: each new one announces the seat's pointer anew, and clients
@@ -81,10 +76,9 @@ int main(int argc, char** argv) {
         if (button[0] != '\0') {
             // The client under the pointer learns of it first, then of the button.
             usleep(50000);
-            const uint32_t code = std::strcmp(button, "right") == 0 ? BTN_RIGHT : BTN_LEFT;
             for (const auto state :
                  {WL_POINTER_BUTTON_STATE_PRESSED, WL_POINTER_BUTTON_STATE_RELEASED}) {
-                zwlr_virtual_pointer_v1_button(pointer, milliseconds(), code, state);
+                zwlr_virtual_pointer_v1_button(pointer, milliseconds(), BTN_LEFT, state);
                 zwlr_virtual_pointer_v1_frame(pointer);
             }
             wl_display_roundtrip(display);

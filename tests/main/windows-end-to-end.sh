@@ -8,7 +8,7 @@
 # Exits 77 (skipped) where the virtual desktop or the accessibility bus cannot be had.
 set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
-for tool in Xvfb xprop xwininfo xclip secret-tool gnome-keyring-daemon openssl \
+for tool in Xvfb xclip secret-tool gnome-keyring-daemon openssl \
     /usr/libexec/at-spi-bus-launcher; do
     command -v "$tool" >/dev/null || { echo "skipped: no $tool" >&2; exit 77; }
 done

@@ -23,9 +23,5 @@ if [ -n "${ASAN_OPTIONS:-}" ]; then
     export ASAN_OPTIONS="$ASAN_OPTIONS:strict_string_checks=0"
 fi
 status=0
-"$@" || status=$?
-if [ "$status" -ne 0 ]; then
-    kill -0 "$xvfb_pid" 2>/dev/null || echo "the X server $DISPLAY is gone" >&2
-    cat "$work/xvfb.log" >&2
-fi
+"$@" || { status=$? && cat "$work/xvfb.log" >&2; }
 exit "$status"

@@ -11,8 +11,6 @@
 # returned.
 set -euo pipefail
 
-[ $# -gt 0 ] || { echo "usage: $0 <command> [arguments...]" >&2; exit 2; }
-
 # Second stage: we run inside the private bus (see the end of this script).
 if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
     unset VANTREL_KEYRING_STAGE
@@ -45,11 +43,7 @@ if [ "${VANTREL_KEYRING_STAGE:-}" = "inside" ]; then
     }
     # shellcheck source=checks.sh
     source "$(dirname "$0")/checks.sh"
-    wait_for 30 default_collection_ready || {
-        echo "with-keyring: gnome-keyring-daemon offers no default collection:" >&2
-        cat "$XDG_RUNTIME_DIR/keyring.log" >&2
-        exit 1
-    }
+    wait_for 30 default_collection_ready || { cat "$XDG_RUNTIME_DIR/keyring.log" >&2; exit 1; }
     # Under `set -e` a failing command ends the script with its status, through the trap.
     "$@"
     exit
