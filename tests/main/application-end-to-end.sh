@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
 # Starts the real application binary, installed into a throwaway prefix next to a scripted tracker
 # helper, with a throwaway home and a private keyring (run it under tests/scripts/with-keyring.sh
-# and, for the session, tests/api/with-https-server.sh). Two roads, each a test of its own so that
-# the session's quiet time does not hold up the starts:
+# and, but for the starts, tests/api/with-https-server.sh). Three roads, each a test of its own so
+# that the session's quiet time does not hold up the rest:
 #
-#   application-end-to-end.sh starts|session <vantrel> <fake tracker helper> <vantrel-launchctl>
+#   application-end-to-end.sh starts|windows|session <vantrel> <fake helper> <vantrel-launchctl>
 #
 # starts: with no key anywhere the configuration file gets the API URL, the autostart entry
 # appears, the status is read and no helper runs. Then the key an older installation left in the
-# configuration file moves into the keyring (windows-end-to-end follows it further), and for each
+# configuration file moves into the keyring (the windows road follows it further), and for each
 # way of dying without a chance to clean up and for each signal a session ends it with, the helper
 # goes with the application and the next start runs exactly one.
+#
+# windows: Settings and Diagnostics through the accessibility tree on a virtual X server, and the
+# older installation's key, a signed-in one and a typed one each followed to the keyring and the
+# helper's standard input and looked for everywhere else (see windows_end_to_end.py). Exits 77
+# (skipped) where the virtual desktop or the accessibility bus cannot be had.
 #
 # session: a signed-in session with stand-ins for logind (on a private bus in place of the system
 # bus) and for the desktop's notification service, the HTTPS stand-in as the service, and a helper
@@ -55,6 +60,20 @@ end_app() {
     app_pid=""
     return "$status"
 }
+
+if [ "$road" = windows ]; then
+    for tool in Xvfb xclip /usr/libexec/at-spi-bus-launcher; do
+        command -v "$tool" >/dev/null || { echo "skipped: no $tool" >&2; exit 77; }
+    done
+    /usr/bin/python3 -c 'import dbus, pyatspi' 2>/dev/null || { echo "skipped: no python3-pyatspi" >&2; exit 77; }
+    # A distinctive key: a grep for it finds nothing by chance.
+    key="legacy-$(od -An -N12 -tx1 /dev/urandom | tr -d ' \n')"
+    serve_from "https://127.0.0.1:$(cat "$VANTREL_TEST_HTTPS_DIR/file.port")/api/vantrel/v1"
+    write_helper_script "run.stdout helper started" "run.stderr helper warming up" \
+        run.wait-stdin-eof "api_key = \"$key\""
+    "$here/with-xvfb.sh" /usr/bin/python3 "$here/windows_end_to_end.py" "$work" "$key"
+    exit
+fi
 
 if [ "$road" = starts ]; then
     autostart="$XDG_CONFIG_HOME/autostart/vantrel.desktop"

@@ -1,8 +1,9 @@
 #!/usr/bin/python3
-# The windows and the API key end to end. Run by windows-end-to-end.sh inside a private keyring
-# session, beside the HTTPS stand-in, on a virtual X server; it brings its accessibility bus.
+# The windows and the API key end to end. Run by application-end-to-end.sh's windows road inside a
+# private keyring session, beside the HTTPS stand-in, on a virtual X server, with the application
+# installed and the helper scripted under <work>; it brings its accessibility bus.
 #
-#     windows_end_to_end.py <vantrel> <fake tracker helper> <vantrel-launchctl>
+#     windows_end_to_end.py <work> <the key an older installation left in the configuration file>
 #
 # One run of the real application with start-up: an older installation's key is imported, a
 # device sign-in against the stand-in replaces it, and a key typed into Settings replaces that one.
@@ -13,12 +14,11 @@ import os
 import secrets
 import subprocess
 import sys
-import tempfile
 
 import dbus
 import pyatspi
 
-from desktop_session import (FACTOR, HERE, check, failures, find, press, showing, stop, wait_for,
+from desktop_session import (FACTOR, check, failures, find, press, showing, stop, wait_for,
                              window)
 
 HOME, CONFIG_HOME = os.environ["HOME"], os.environ["XDG_CONFIG_HOME"]
@@ -56,12 +56,6 @@ def clipboard():
     return output("xclip", "-o", "-selection", "clipboard")
 
 
-def shell(function, *arguments):
-    """A function of the end-to-end scripts' shared checks.sh, run for its output."""
-    return output("bash", "-c", f'source "{HERE}/../scripts/checks.sh"; "$@"', "bash", function,
-                  *arguments)
-
-
 def helper_pid(record):
     try:
         return int(read(os.path.join(record, "pid")))
@@ -90,22 +84,11 @@ def main():
         print("skipped: the accessibility bus did not start", flush=True)
         stop(launcher)
         return 77
-    work = tempfile.mkdtemp(prefix="vantrel-windows-")
+    work, legacy_key = sys.argv[1:3]
     prefix, record, tools = (os.path.join(work, name) for name in ("prefix", "record", "bin"))
-    os.makedirs(record)
-    shell("install_prefix", prefix, *sys.argv[1:4])
     # Distinctive keys: a grep for one of them finds nothing by chance.
-    keys = [f"{kind}-{secrets.token_hex(12)}" for kind in ("legacy", "device", "manual")]
+    keys = [legacy_key] + [f"{kind}-{secrets.token_hex(12)}" for kind in ("device", "manual")]
     origin = f"https://127.0.0.1:{read(os.path.join(HTTPS, 'file.port')).strip()}"
-    write(PREFERENCES, f"[General]\nserverURL={origin}{API}\n")
-    write(f"{work}/status.json",
-          shell("status_document", f"{prefix}/libexec/vantrel/vantrel-tracker"))
-    # The helper's script lives in the configuration file, where an older installation also
-    # left its key.
-    write(CONFIG, "\n".join([
-        "run.read-key", f"run.record {record}", "run.stdout helper started",
-        "run.stderr helper warming up", "run.wait-stdin-eof",
-        f"status.stdout-file {work}/status.json", f'api_key = "{keys[0]}"', ""]))
     # The browser: opening the approval page only leaves a note.
     write(f"{tools}/xdg-open", f'#!/bin/sh\necho "$1" >>"{work}/opened"\n')
     os.chmod(f"{tools}/xdg-open", 0o755)
