@@ -1,6 +1,6 @@
 # What the end-to-end drivers share: checks that collect failures (with a picture of the screen
 # when a driver can take one), bounded waits, a throwaway home, the application as the
-# accessibility bus and its own D-Bus service show it, its tray item and menu, and a tray host
+# accessibility bus and its own D-Bus service show it, its tray item and actions, and a tray host
 # that comes late and restarts.
 import glob
 import os
@@ -134,20 +134,11 @@ def our_items(bus):
         return []
 
 
-def item_object(bus, item):
-    name, path = item.split("/", 1)
-    return bus.get_object(name, "/" + path)
-
-
-def choose(bus, item, label):
-    """Clicks the entry of our menu with that label."""
-    menu_path = item_object(bus, item).Get("org.kde.StatusNotifierItem", "Menu",
-                                           dbus_interface=dbus.PROPERTIES_IFACE)
-    menu = dbus.Interface(bus.get_object(item.split("/")[0], menu_path), "com.canonical.dbusmenu")
-    _, layout = menu.GetLayout(0, -1, dbus.Array([], signature="s"))
-    menu.Event(next(int(identifier) for identifier, props, _ in layout[2]
-                    if str(props.get("label", "")).replace("_", "") == label),
-               "clicked", dbus.String("", variant_level=1), 0)
+def activate(bus, action):
+    """Runs one of the desktop entry's actions, as the desktop does."""
+    bus.get_object("com.keldor.Vantrel", "/com/keldor/Vantrel").ActivateAction(
+        action, dbus.Array([], signature="v"), dbus.Dictionary({}, signature="sv"),
+        dbus_interface="org.freedesktop.Application")
 
 
 def tray_comes_and_goes(host, titles, start, ready, icon, with_icon, late=0, take_down=stop):

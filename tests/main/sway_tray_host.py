@@ -18,7 +18,7 @@ import time
 import dbus
 
 import desktop_session
-from desktop_session import (FACTOR, WATCHER, check, choose, finish, our_items, skip_unless,
+from desktop_session import (FACTOR, WATCHER, activate, check, finish, our_items, skip_unless,
                              start_app, stop, throwaway_home, tray_comes_and_goes, wait_for)
 
 WIDTH, HEIGHT, BAR = 1280, 800, 30
@@ -94,10 +94,10 @@ def run(binary, pointer, log):
             subprocess.run(["wtype", "-k", "Escape"], check=True)
             check("sway: Escape closes it", wait_for(lambda: "Vantrel" not in windows()))
             return
-        choose(bus, our_items(bus)[0], "Settings…")
+        activate(bus, "settings")
         # The desktop entry's name, by which the desktop finds our icon and name for the windows.
-        check("sway: the menu's Settings… opens a window Sway calls exactly 'Vantrel Settings', "
-              "of com.keldor.Vantrel", wait_for(lambda: "Vantrel Settings" in windows())
+        check("sway: Settings opens a window Sway calls exactly 'Vantrel Settings', of "
+              "com.keldor.Vantrel", wait_for(lambda: "Vantrel Settings" in windows())
               and set(windows(by="app_id")) == {"com.keldor.Vantrel"})
 
     app = start_app(binary, "-platform", "wayland", log=log)

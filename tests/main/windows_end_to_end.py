@@ -18,8 +18,8 @@ import sys
 import dbus
 import pyatspi
 
-from desktop_session import (FACTOR, check, failures, find, press, showing, stop, wait_for,
-                             window)
+from desktop_session import (FACTOR, activate, check, failures, find, press, showing, stop,
+                             wait_for, window)
 
 HOME, CONFIG_HOME = os.environ["HOME"], os.environ["XDG_CONFIG_HOME"]
 CONFIG = os.path.join(HOME, ".vantrel", "config.toml")
@@ -67,12 +67,6 @@ def relaunched_with(record, previous_pid, key):
     """Whether the scripted helper was launched again since `previous_pid`, with `key` on its
     standard input."""
     return helper_pid(record) not in (None, previous_pid) and read(f"{record}/key") == key
-
-
-def activate(bus, action):
-    bus.get_object("com.keldor.Vantrel", "/com/keldor/Vantrel").ActivateAction(
-        action, dbus.Array([], signature="v"), dbus.Dictionary({}, signature="sv"),
-        dbus_interface="org.freedesktop.Application")
 
 
 def main():
