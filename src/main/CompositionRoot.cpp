@@ -15,7 +15,7 @@
 #include "system/InstallLayout.h"
 #include "system/LegacyTrackerMigration.h"
 #include "system/Login1SessionResumeWatcher.h"
-#include "system/NetworkInformationReturnWatcher.h"
+#include "system/NetworkManagerReturnWatcher.h"
 #include "system/OwnerOnlyAccess.h"
 #include "system/QProcessSystemCommandRunner.h"
 #include "system/QSettingsDefaultsStore.h"
@@ -79,7 +79,7 @@ struct CompositionRoot::Collaborators {
     // The browser sign-in's own sleep between polls.
     TaskSleepScheduler taskSleeper;
     Login1SessionResumeWatcher sessionResume{QDBusConnection::systemBus()};
-    NetworkInformationReturnWatcher networkReturn;
+    NetworkManagerReturnWatcher networkReturn{QDBusConnection::systemBus()};
     ResumeRefresher resumeRefresher{sessionResume, networkReturn, supervisor, todaySummaryPoller};
     FreedesktopNotifier notifier{QDBusConnection::sessionBus(), QStringLiteral("Vantrel"),
                                  QLatin1String(DesktopScenes::applicationId)};

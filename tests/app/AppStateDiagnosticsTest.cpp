@@ -40,29 +40,29 @@ TEST(TrackerHealthClassification, AppliesTheRulesInOrder) {
         {true, true, false, statusWith({}, {}), connecting},
     };
     for (const auto& row : rows) {
-        const TrackerHealth health = TrackerHealth::classify(row.hasCredential, row.helperRunning,
-                                                             row.crashLocked, row.status);
-        EXPECT_EQ(health, row.expected)
-            << health.statusLabel().toStdString() << " / " << health.message().toStdString();
+        EXPECT_EQ(TrackerHealth::classify(row.hasCredential, row.helperRunning, row.crashLocked,
+                                          row.status),
+                  row.expected)
+            << row.expected.statusLabel().toStdString();
     }
 }
 
-TEST(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
+// The logs are revealed when they exist, else their folder is opened.
+TEST(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKeyAndFindsTheLogs) {
+    QTemporaryDir home;
     AppHarness harness;
+    harness.home = home.path();
     const QString key = "vk_live_7f3a9c2e1b";
     harness.credentials.stored = key;
     auto state = harness.make(false);
-    EXPECT_EQ(state->diagnosticsReport(), "Vantrel diagnostics\n"
-                                          "App version: development (0)\n"
-                                          "State: Sign in required\n"
-                                          "Helper running: false\n"
-                                          "Tracker version: unknown\n"
-                                          "Queued heartbeats: 0\n"
-                                          "Queued activity segments: 0\n"
-                                          "Presence coverage: unknown\n"
-                                          "Last successful upload: never\n"
-                                          "Last error kind: none\n"
-                                          "Supervisor error: none");
+    EXPECT_EQ(state->diagnosticsReport(),
+              "Vantrel diagnostics\nApp version: development (0)\nState: Sign in required\n"
+              "Helper running: false\nTracker version: unknown\nQueued heartbeats: 0\n"
+              "Queued activity segments: 0\nPresence coverage: unknown\n"
+              "Last successful upload: never\nLast error kind: none\nSupervisor error: none");
+    const QString folder = home.path() + "/.vantrel/tracker";
+    state->openLogs();
+    EXPECT_EQ(harness.workspace.opened, QList<QUrl>{QUrl::fromLocalFile(folder)});
 
     AsyncTest::run(state->start());
     harness.installation.version = "1.4.0";
@@ -82,17 +82,6 @@ TEST(AppStateDiagnostics, ReportsFallbacksThenTheTrackerButNeverTheKey) {
     EXPECT_FALSE(report.contains(key));
     state->copyDiagnostics();
     EXPECT_EQ(harness.clipboard.text, report);
-}
-
-TEST(AppStateDiagnostics, RevealsOnlyTheLogsThatExistElseOpensTheirFolder) {
-    QTemporaryDir home;
-    AppHarness harness;
-    harness.home = home.path();
-    auto state = harness.make(false);
-    const QString folder = home.path() + "/.vantrel/tracker";
-
-    state->openLogs();
-    EXPECT_EQ(harness.workspace.opened, QList<QUrl>{QUrl::fromLocalFile(folder)});
 
     ASSERT_TRUE(QDir().mkpath(folder));
     writeFile(folder + "/stderr.log", {});

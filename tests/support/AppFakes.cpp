@@ -35,11 +35,9 @@ QCoro::Task<LegacyMigrationResult> FakeMigration::migrateIfNeeded() {
     co_return result;
 }
 
-QCoro::Task<DeviceAuthorizationSession> FakeDeviceAuthorizer::start(QString, QUuid deviceID,
-                                                                    QString deviceName,
-                                                                    QString clientVersion,
-                                                                    CancellationToken) {
-    startCalls.append({deviceID, deviceName, clientVersion});
+QCoro::Task<DeviceAuthorizationSession>
+FakeDeviceAuthorizer::start(QString, QUuid deviceID, QString, QString, CancellationToken) {
+    startCalls.append(deviceID);
     co_await nextTurn();
     co_return take(startOutcomes, false);
 }

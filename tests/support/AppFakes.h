@@ -80,12 +80,7 @@ public:
     poll(QString serverURL, DeviceAuthorizationSession session, CancellationToken token) override;
     QCoro::Task<void> revoke(QString serverURL, QString apiKey, CancellationToken token) override;
 
-    struct StartCall {
-        QUuid deviceID;
-        QString deviceName;
-        QString clientVersion;
-    };
-    QList<StartCall> startCalls;
+    QList<QUuid> startCalls; // the device IDs asked with
     QList<QString> pollURLs;
     QList<std::pair<QString, QString>> revokes;
 
@@ -115,14 +110,9 @@ public:
 class FakeDefaults : public DefaultsStoring {
 public:
     std::optional<QString> string(const QString& key) const override {
-        const QVariant value = values.value(key);
-        return value.typeId() == QMetaType::QString ? std::optional(value.toString())
-                                                    : std::nullopt;
+        return values.contains(key) ? std::optional(values[key].toString()) : std::nullopt;
     }
-    bool boolean(const QString& key) const override {
-        const QVariant value = values.value(key);
-        return value.typeId() == QMetaType::Bool && value.toBool();
-    }
+    bool boolean(const QString& key) const override { return values.value(key).toBool(); }
     void setString(const QString& key, const QString& value) override { values.insert(key, value); }
     void setBoolean(const QString& key, bool value) override { values.insert(key, value); }
     std::optional<QString> readProblem() const override { return problem; }
