@@ -74,36 +74,11 @@ public:
         ASSERT_TRUE(tool({"store", "--label=Another client's item"}, secret, extra));
     }
 
-    static void lockDefaultCollection() {
-        QDBusMessage lock =
-            QDBusMessage::createMethodCall("org.freedesktop.secrets", "/org/freedesktop/secrets",
-                                           "org.freedesktop.Secret.Service", "Lock");
-        lock.setArguments({QVariant::fromValue(
-            QList{QDBusObjectPath("/org/freedesktop/secrets/aliases/default")})});
-        const QDBusMessage reply = QDBusConnection::sessionBus().call(lock);
-        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-    }
-
     // Sends the keyring daemon `signal`; true when it could.
     static bool signalDaemon(int signal) {
         const uint pid =
             QDBusConnection::sessionBus().interface()->servicePid("org.freedesktop.secrets");
         return pid != 0 && ::kill(static_cast<pid_t>(pid), signal) == 0;
-    }
-
-    // Ends the keyring daemon the way a crash or a session restart would; its items stay on disk.
-    static void stopDaemon() {
-        ASSERT_TRUE(signalDaemon(SIGTERM));
-        ASSERT_TRUE(AsyncTest::waitUntil([] { return !secretServiceOnBus(); }));
-    }
-
-    // A new daemon on the same keyring files, unlocked with the same password. It outlives this
-    // process; with-keyring.sh ends whichever daemon owns the name when the tests are done.
-    static void startDaemon() {
-        ASSERT_TRUE(QProcess::startDetached(
-            "sh", {"-c", "printf %s \"$VANTREL_TEST_KEYRING_PASSWORD\" | exec "
-                         "gnome-keyring-daemon --foreground --unlock --components=secrets "
-                         ">/dev/null 2>&1"}));
     }
 
 private:
@@ -201,15 +176,28 @@ TEST_F(SecretServiceStore, StoppedLockedOrAbsentKeyringIsAnErrorUntilItIsBack) {
     ASSERT_TRUE(TestKeyring::signalDaemon(SIGCONT));
     EXPECT_EQ(load(bounded), "before-stop");
 
-    TestKeyring::lockDefaultCollection();
+    QDBusMessage lock =
+        QDBusMessage::createMethodCall("org.freedesktop.secrets", "/org/freedesktop/secrets",
+                                       "org.freedesktop.Secret.Service", "Lock");
+    lock.setArguments(
+        {QVariant::fromValue(QList{QDBusObjectPath("/org/freedesktop/secrets/aliases/default")})});
+    ASSERT_EQ(QDBusConnection::sessionBus().call(lock).type(), QDBusMessage::ReplyMessage);
     EXPECT_EQ(errorsOfEveryOperation(store), Errors(3, KeychainStoreError::locked()));
-    TestKeyring::stopDaemon();
+    // Ended the way a crash or a session restart would; its items stay on disk.
+    ASSERT_TRUE(TestKeyring::signalDaemon(SIGTERM));
+    ASSERT_TRUE(AsyncTest::waitUntil([] { return !secretServiceOnBus(); }));
     EXPECT_EQ(errorsOfEveryOperation(store), Errors(3, KeychainStoreError::unreachable()));
     elapsed.restart();
     AsyncTest::run(
         DBusSecretServiceAwaiter(QDBusConnection::sessionBus(), 300ms).awaitSecretService());
     EXPECT_GE(elapsed.elapsed(), 250) << "Qt's coarse timers may end a little early";
-    QTimer::singleShot(200ms, [] { TestKeyring::startDaemon(); });
+    // A new daemon on the same keyring files, unlocked with the same password. It outlives this
+    // process; with-keyring.sh ends whichever daemon owns the name when the tests are done.
+    QTimer::singleShot(200ms, [] {
+        QProcess::startDetached("sh", {"-c", "printf %s \"$VANTREL_TEST_KEYRING_PASSWORD\" | exec "
+                                             "gnome-keyring-daemon --foreground --unlock "
+                                             "--components=secrets >/dev/null 2>&1"});
+    });
     AsyncTest::run(DBusSecretServiceAwaiter(QDBusConnection::sessionBus()).awaitSecretService());
     EXPECT_TRUE(secretServiceOnBus());
 

@@ -33,10 +33,6 @@ inline struct stat status(const QString& path) {
     return info;
 }
 
-inline mode_t permissions(const QString& path) {
-    return status(path).st_mode & 07777;
-}
-
 // Inode and modification time together: an atomic rewrite always changes the inode.
 inline std::pair<ino_t, qint64> identity(const QString& path) {
     const struct stat info = status(path);

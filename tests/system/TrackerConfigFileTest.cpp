@@ -45,7 +45,6 @@ INSTANTIATE_TEST_SUITE_P(
                 std::nullopt},
         ReadRow{"QuotedSpacesStayAndTextAfterTheQuoteIsDropped", "api_key = \" k  \" # r\n",
                 " k  "},
-        ReadRow{"BackslashesAreNotUnescaped", "api_key = \"a\\\\b\\\"c\"\n", "a\\\\b\\"},
         ReadRow{"SpacesOfEveryKindAreTrimmedButNotZeroWidthSpace",
                 QStringLiteral("\tapi_key\u00a0=\u2003\u200bk\u3000\u202f\u00a0"),
                 QStringLiteral("\u200bk")}),
