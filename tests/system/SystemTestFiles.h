@@ -3,9 +3,9 @@
 #include "core/VantrelError.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -45,38 +45,29 @@ inline QStringList entriesStartingWith(const QString& directory, const QString& 
                                                          QDir::System | QDir::NoDotAndDotDot);
 }
 
-// The description of the error `operation` throws; empty when it throws none.
-inline QString errorText(const std::function<void()>& operation) {
+// Whether `operation` fails as `expected` says: not at all when it is empty, else with an error
+// whose description contains it.
+inline testing::AssertionResult failsAs(const std::function<void()>& operation,
+                                        const QString& expected) {
+    QString error;
     try {
         operation();
-    } catch (const VantrelError& error) {
-        return error.description();
+    } catch (const VantrelError& caught) {
+        error = caught.description();
     }
-    return {};
+    if (expected.isEmpty() ? error.isEmpty() : error.contains(expected)) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << "the error was \"" << error.toStdString() << '"';
 }
 
-// Whether `error` is what `expected` asks for: none when it is empty, else one that contains it.
-inline bool matches(const QString& error, const QString& expected) {
-    return expected.isEmpty() ? error.isEmpty() : error.contains(expected);
-}
-
-// Everything under `root`: each entry's path, link target, permissions and a hash of a regular
-// file's contents. Equal snapshots mean nothing was created, removed, replaced or changed.
+// Everything under `root` with each entry's mode, size, modification time in nanoseconds and
+// link target. Equal snapshots mean nothing was created, removed, replaced or changed.
 inline QByteArray snapshot(const QString& root) {
-    QByteArray result;
-    QDirIterator entries(root,
-                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                         QDirIterator::Subdirectories);
-    while (entries.hasNext()) {
-        const QFileInfo entry(entries.next());
-        result += entry.filePath().toUtf8() + " " + entry.symLinkTarget().toUtf8() + " " +
-                  QByteArray::number(int(entry.permissions())) + " ";
-        if (entry.isFile() && !entry.isSymLink()) {
-            result += QByteArray::number(qHash(read(entry.filePath())));
-        }
-        result += "\n";
-    }
-    return result;
+    QProcess ls;
+    ls.start("ls", {"-lAR", "--time-style=full-iso", root});
+    EXPECT_TRUE(ls.waitForFinished(30000));
+    return ls.readAllStandardOutput();
 }
 
 } // namespace SystemTestFiles
