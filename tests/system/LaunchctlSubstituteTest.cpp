@@ -16,33 +16,6 @@ namespace {
 
 using ::PrintTo;
 
-// Runs vantrel-launchctl in a throwaway session: its own HOME and runtime folder, no session bus,
-// and a PATH of our choosing, so no systemd of this machine can answer. The recording systemctl
-// logs its arguments and answers "show" from the environment.
-class LaunchctlSubstituteTest : public testing::Test {
-protected:
-    void SetUp() override {
-        const QString script = m_root.filePath("fake-bin/systemctl");
-        write(script, "#!/bin/sh\necho \"$*\" >> \"$0.log\"\n"
-                      "[ \"$2\" = show ] && printf 'LoadState=%s\\nActiveState=%s\\n' "
-                      "\"${FAKE_LOAD_STATE:-loaded}\" \"${FAKE_ACTIVE_STATE:-inactive}\"\n"
-                      "[ \"$2\" = stop ] && exit \"${FAKE_STOP_STATUS:-0}\"\nexit 0\n");
-        ASSERT_TRUE(QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner));
-    }
-
-    // Through the command runner the application uses, with a clean environment set by env(1).
-    SystemCommandResult launchctl(const QStringList& arguments, const QString& path,
-                                  const QStringList& environment = {}) {
-        QProcessSystemCommandRunner runner;
-        return AsyncTest::run(runner.run(
-            "/usr/bin/env", QStringList{"-u", "DBUS_SESSION_BUS_ADDRESS", "HOME=" + m_root.path(),
-                                        "XDG_RUNTIME_DIR=" + m_root.path(), "PATH=" + path} +
-                                environment + QStringList{VANTREL_LAUNCHCTL} + arguments));
-    }
-
-    QTemporaryDir m_root;
-};
-
 // The arguments (where <uid> stands for ours), the environment for the recording systemctl, the
 // exit expected and the systemctl calls made; a print that exits 0 describes the unit, and one
 // that exits 113 says it found none. Without the recording systemctl, the real one finds no user
@@ -56,18 +29,30 @@ struct Row {
     const char* path = "<root>/fake-bin:/usr/bin:/bin";
 };
 
-class LaunchctlSubstituteRows : public LaunchctlSubstituteTest,
-                                public testing::WithParamInterface<Row> {};
+class LaunchctlSubstitute : public testing::TestWithParam<Row> {};
 
-TEST_P(LaunchctlSubstituteRows, AnswersFromTheLabelsUserUnitOrAsksNothing) {
+// Runs vantrel-launchctl through the command runner the application uses, in a throwaway session:
+// its own HOME and runtime folder, no session bus, and a PATH of our choosing, so no systemd of
+// this machine can answer. The recording systemctl logs its arguments and answers "show" from
+// the environment.
+TEST_P(LaunchctlSubstitute, AnswersFromTheLabelsUserUnitOrAsksNothing) {
     const Row& row = GetParam();
-    const SystemCommandResult run =
-        launchctl(QStringList(row.arguments).replaceInStrings("<uid>", QString::number(::getuid())),
-                  QString(row.path).replace("<root>", m_root.path()), row.environment);
+    const QTemporaryDir root;
+    const QString script = root.filePath("fake-bin/systemctl");
+    write(script, "#!/bin/sh\necho \"$*\" >> \"$0.log\"\n"
+                  "[ \"$2\" = show ] && printf 'LoadState=%s\\nActiveState=%s\\n' "
+                  "\"${FAKE_LOAD_STATE:-loaded}\" \"${FAKE_ACTIVE_STATE:-inactive}\"\n"
+                  "[ \"$2\" = stop ] && exit \"${FAKE_STOP_STATUS:-0}\"\nexit 0\n");
+    ASSERT_TRUE(QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner));
+    const QStringList session{"-u", "DBUS_SESSION_BUS_ADDRESS", "HOME=" + root.path(),
+                              "XDG_RUNTIME_DIR=" + root.path(),
+                              "PATH=" + QString(row.path).replace("<root>", root.path())};
+    const SystemCommandResult run = AsyncTest::run(QProcessSystemCommandRunner().run(
+        "/usr/bin/env",
+        session + row.environment + QStringList{VANTREL_LAUNCHCTL} +
+            QStringList(row.arguments).replaceInStrings("<uid>", QString::number(::getuid()))));
     EXPECT_EQ(run.exitStatus, row.expectedExit);
-    EXPECT_EQ(
-        QString(read(m_root.filePath("fake-bin/systemctl.log"))).split('\n', Qt::SkipEmptyParts),
-        row.expectedCalls);
+    EXPECT_EQ(QString(read(script + ".log")).split('\n', Qt::SkipEmptyParts), row.expectedCalls);
     EXPECT_EQ(run.standardOutput.contains("unit = com.vantrel.tracker.service"),
               row.expectedExit == 0);
     EXPECT_EQ(run.standardError.contains("Could not find service \"com.vantrel.tracker\""),
@@ -82,7 +67,7 @@ const QStringList show{"--user show --property=LoadState,ActiveState,SubState,Ma
 
 // Only a running or stopping unit counts as loaded; bootout disables, then queues the stop.
 INSTANTIATE_TEST_SUITE_P(
-    Rows, LaunchctlSubstituteRows,
+    Rows, LaunchctlSubstitute,
     testing::Values(
         Row{"PrintActive", print, {"FAKE_ACTIVE_STATE=active"}, 0, show},
         Row{"PrintInactive", print, {"FAKE_ACTIVE_STATE=inactive"}, 113, show},

