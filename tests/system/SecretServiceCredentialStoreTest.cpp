@@ -74,36 +74,11 @@ public:
         ASSERT_TRUE(tool({"store", "--label=Another client's item"}, secret, extra));
     }
 
-    static void lockDefaultCollection() {
-        QDBusMessage lock =
-            QDBusMessage::createMethodCall("org.freedesktop.secrets", "/org/freedesktop/secrets",
-                                           "org.freedesktop.Secret.Service", "Lock");
-        lock.setArguments({QVariant::fromValue(
-            QList{QDBusObjectPath("/org/freedesktop/secrets/aliases/default")})});
-        const QDBusMessage reply = QDBusConnection::sessionBus().call(lock);
-        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-    }
-
     // Sends the keyring daemon `signal`; true when it could.
     static bool signalDaemon(int signal) {
         const uint pid =
             QDBusConnection::sessionBus().interface()->servicePid("org.freedesktop.secrets");
         return pid != 0 && ::kill(static_cast<pid_t>(pid), signal) == 0;
-    }
-
-    // Ends the keyring daemon the way a crash or a session restart would; its items stay on disk.
-    static void stopDaemon() {
-        ASSERT_TRUE(signalDaemon(SIGTERM));
-        ASSERT_TRUE(AsyncTest::waitUntil([] { return !secretServiceOnBus(); }));
-    }
-
-    // A new daemon on the same keyring files, unlocked with the same password. It outlives this
-    // process; with-keyring.sh ends whichever daemon owns the name when the tests are done.
-    static void startDaemon() {
-        ASSERT_TRUE(QProcess::startDetached(
-            "sh", {"-c", "printf %s \"$VANTREL_TEST_KEYRING_PASSWORD\" | exec "
-                         "gnome-keyring-daemon --foreground --unlock --components=secrets "
-                         ">/dev/null 2>&1"}));
     }
 
 private:
@@ -145,11 +120,8 @@ TEST_F(SecretServiceStore, KeepsOneTrimmedItemSharedWithOtherClients) {
     save(store, "\t\r\n schl\u00fcssel mit \u20ac\u00a0\u2028\n");
     EXPECT_EQ(keyring.itemCount(), 1);
     EXPECT_EQ(keyring.lookup(), trimmed);
-    EXPECT_EQ(load(store), QString::fromUtf8(trimmed));
-    for (const QString& blank : {QString(), QString("\n\t \r\n")}) {
-        EXPECT_EQ(failureOf<KeychainStoreError>(store.saveAPIKey(blank, {})),
-                  KeychainStoreError::invalidCredential());
-    }
+    EXPECT_EQ(failureOf<KeychainStoreError>(store.saveAPIKey("\n\t \r\n", {})),
+              KeychainStoreError::invalidCredential());
     EXPECT_EQ(keyring.lookup(), trimmed);
 
     remove(store);
@@ -172,36 +144,13 @@ TEST_F(SecretServiceStore, KeepsOneTrimmedItemSharedWithOtherClients) {
     }
 }
 
-// The store object lives on, as it does in a running application, while the keyring is locked
-// (which must never pass for a missing key: the user would look signed out), and while the daemon
-// goes away and comes back. Without a prompter on the private bus an unlock is dismissed at once.
-// At login the keyring may come after us: the wait for it ends when it appears, or at its limit.
-TEST_F(SecretServiceStore, LockedOrAbsentKeyringIsAnErrorUntilItIsBack) {
-    save(store, "before-restart");
-    TestKeyring::lockDefaultCollection();
-    EXPECT_EQ(errorsOfEveryOperation(store), Errors(3, KeychainStoreError::locked()));
-    TestKeyring::stopDaemon();
-    EXPECT_EQ(errorsOfEveryOperation(store), Errors(3, KeychainStoreError::unreachable()));
-
-    QElapsedTimer elapsed;
-    elapsed.start();
-    AsyncTest::run(
-        DBusSecretServiceAwaiter(QDBusConnection::sessionBus(), 300ms).awaitSecretService());
-    EXPECT_GE(elapsed.elapsed(), 250) << "Qt's coarse timers may end a little early";
-    QTimer::singleShot(200ms, [] { TestKeyring::startDaemon(); });
-    AsyncTest::run(DBusSecretServiceAwaiter(QDBusConnection::sessionBus()).awaitSecretService());
-    EXPECT_TRUE(secretServiceOnBus());
-
-    EXPECT_EQ(load(store), "before-restart");
-    save(store, "after-restart");
-    EXPECT_EQ(keyring.lookup(), "after-restart");
-    AsyncTest::run(DBusSecretServiceAwaiter(QDBusConnection::sessionBus(), 1h).awaitSecretService(),
-                   1s);
-}
-
-// A daemon that is there but answers nothing (stopped, hung): every operation gives up within
-// its bound while the event loop keeps turning, and the store works again once the daemon does.
-TEST_F(SecretServiceStore, GivesUpOnAStoppedDaemonWithinTheBound) {
+// The store object lives on, as it does in a running application, while the keyring stops
+// answering, is locked (which must never pass for a missing key: the user would look signed out),
+// and goes away and comes back. A daemon that is there but answers nothing (stopped, hung): every
+// operation gives up within its bound while the event loop keeps turning. Without a prompter on
+// the private bus an unlock is dismissed at once. At login the keyring may come after us: the wait
+// for it ends when it appears, or at its limit.
+TEST_F(SecretServiceStore, StoppedLockedOrAbsentKeyringIsAnErrorUntilItIsBack) {
     save(store, "before-stop");
     SecretServiceCredentialStore bounded(service, account, 300ms);
     ASSERT_TRUE(TestKeyring::signalDaemon(SIGSTOP));
@@ -214,7 +163,6 @@ TEST_F(SecretServiceStore, GivesUpOnAStoppedDaemonWithinTheBound) {
     EXPECT_EQ(errorsOfEveryOperation(bounded), Errors(3, KeychainStoreError::unreachable()));
     EXPECT_LT(elapsed.elapsed(), AsyncTest::scaled(3s).count());
     EXPECT_GE(ticks, 30) << "the event loop stood still";
-
     // Whoever started an operation can end it long before the bound: sign-out and quit do.
     SecretServiceCredentialStore patient(service, account, 60s);
     TaskHandle task;
@@ -224,6 +172,37 @@ TEST_F(SecretServiceStore, GivesUpOnAStoppedDaemonWithinTheBound) {
     EXPECT_LT(elapsed.elapsed(), AsyncTest::scaled(2s).count());
     ASSERT_TRUE(TestKeyring::signalDaemon(SIGCONT));
     EXPECT_EQ(load(bounded), "before-stop");
+
+    QDBusMessage lock =
+        QDBusMessage::createMethodCall("org.freedesktop.secrets", "/org/freedesktop/secrets",
+                                       "org.freedesktop.Secret.Service", "Lock");
+    lock.setArguments(
+        {QVariant::fromValue(QList{QDBusObjectPath("/org/freedesktop/secrets/aliases/default")})});
+    ASSERT_EQ(QDBusConnection::sessionBus().call(lock).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(errorsOfEveryOperation(store), Errors(3, KeychainStoreError::locked()));
+    // Ended the way a crash or a session restart would; its items stay on disk.
+    ASSERT_TRUE(TestKeyring::signalDaemon(SIGTERM));
+    ASSERT_TRUE(AsyncTest::waitUntil([] { return !secretServiceOnBus(); }));
+    EXPECT_EQ(errorsOfEveryOperation(store), Errors(3, KeychainStoreError::unreachable()));
+    elapsed.restart();
+    AsyncTest::run(
+        DBusSecretServiceAwaiter(QDBusConnection::sessionBus(), 300ms).awaitSecretService());
+    EXPECT_GE(elapsed.elapsed(), 250) << "Qt's coarse timers may end a little early";
+    // A new daemon on the same keyring files, unlocked with the same password. It outlives this
+    // process; with-keyring.sh ends whichever daemon owns the name when the tests are done.
+    QTimer::singleShot(200ms, [] {
+        QProcess::startDetached("sh", {"-c", "printf %s \"$VANTREL_TEST_KEYRING_PASSWORD\" | exec "
+                                             "gnome-keyring-daemon --foreground --unlock "
+                                             "--components=secrets >/dev/null 2>&1"});
+    });
+    AsyncTest::run(DBusSecretServiceAwaiter(QDBusConnection::sessionBus()).awaitSecretService());
+    EXPECT_TRUE(secretServiceOnBus());
+
+    EXPECT_EQ(load(store), "before-stop");
+    save(store, "after-restart");
+    EXPECT_EQ(keyring.lookup(), "after-restart");
+    AsyncTest::run(DBusSecretServiceAwaiter(QDBusConnection::sessionBus(), 1h).awaitSecretService(),
+                   1s);
 }
 
 // Without any session bus the failure must still say what is wrong, not report a bare status.
@@ -234,20 +213,14 @@ TEST(SecretServiceStoreWithoutBus, SaysNoSecretServiceCouldBeReached) {
         EXPECT_EQ(errorsOfEveryOperation(store), Errors(3, KeychainStoreError::unreachable()));
         return;
     }
-    QTemporaryDir runtime; // no "bus" socket inside, which GLib would otherwise fall back to
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char* name : {"DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY"}) {
-        environment.remove(name);
-    }
-    environment.insert("XDG_RUNTIME_DIR", runtime.path());
-    environment.insert("VANTREL_TEST_WITHOUT_BUS", "1");
-    QProcess child;
-    child.setProcessEnvironment(environment);
-    child.setProcessChannelMode(QProcess::ForwardedChannels);
-    child.start(QCoreApplication::applicationFilePath(),
-                {"--gtest_filter=SecretServiceStoreWithoutBus.*"});
-    ASSERT_TRUE(child.waitForFinished(30000));
-    EXPECT_EQ(child.exitCode(), 0);
+    // No "bus" socket in the runtime folder either, which GLib would otherwise fall back to.
+    const QTemporaryDir runtime;
+    EXPECT_EQ(QProcess::execute("env", {"-u", "DBUS_SESSION_BUS_ADDRESS", "-u", "DISPLAY", "-u",
+                                        "WAYLAND_DISPLAY", "XDG_RUNTIME_DIR=" + runtime.path(),
+                                        "VANTREL_TEST_WITHOUT_BUS=1",
+                                        QCoreApplication::applicationFilePath(),
+                                        "--gtest_filter=SecretServiceStoreWithoutBus.*"}),
+              0);
 }
 
 } // namespace

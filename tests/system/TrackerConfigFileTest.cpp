@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -45,7 +46,6 @@ INSTANTIATE_TEST_SUITE_P(
                 std::nullopt},
         ReadRow{"QuotedSpacesStayAndTextAfterTheQuoteIsDropped", "api_key = \" k  \" # r\n",
                 " k  "},
-        ReadRow{"BackslashesAreNotUnescaped", "api_key = \"a\\\\b\\\"c\"\n", "a\\\\b\\"},
         ReadRow{"SpacesOfEveryKindAreTrimmedButNotZeroWidthSpace",
                 QStringLiteral("\tapi_key\u00a0=\u2003\u200bk\u3000\u202f\u00a0"),
                 QStringLiteral("\u200bk")}),
@@ -96,12 +96,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "api_url", "v", "# api_url = \"old\"\n\napi_url = \"v\"\n[s]\n"},
         WriteRow{"AppendsWithoutASectionAndEndsWithLineFeed", "a = 1", "api_url", "v",
                  "a = 1\napi_url = \"v\"\n"},
-        WriteRow{"LineWithUnterminatedQuoteIsReplaced", "api_key = \"abc\nx = 1\n", "api_key", "",
-                 "api_key = \"\"\nx = 1\n"},
         WriteRow{"EscapesBackslashesThenQuotes", "", "api_url", "C:\\dir \"x\"\\",
                  "api_url = \"C:\\\\dir \\\"x\\\"\\\\\"\n"},
-        WriteRow{"CarriageReturnLineFeedBecomesTwoLineFeeds", "a = 1\r\nb = 2\r\n", "api_url", "v",
-                 "a = 1\n\nb = 2\n\napi_url = \"v\"\n"},
         WriteRow{"ByteOrderMarkAndOtherLinesKeepTheirBytes",
                  "\xEF\xBB\xBF"
                  "api_url=\"old\"\n\xC2\xA0x\t=  \"\xC3\xA9\xE2\x80\x83\" \n\xF0\x9F\x98\x80\n",
@@ -122,39 +118,33 @@ TEST_F(ConfigFileTest, LineBreakInAValueIsRefusedRatherThanSplittingTheLine) {
 // why it cannot; a write that fails leaves everything as it was.
 struct OnDiskRow {
     const char* name;
-    // Puts the odd thing in place; `home` is the test's directory, the file is
-    // home/.vantrel/config.toml.
-    std::function<void(const QString& home)> setup;
+    // Puts the odd thing in place: a shell command run in the home folder, where $f is the file.
+    QByteArray setup;
     std::optional<QString> key;
     // Substrings of the read's and the write's error; empty for success.
     QString readError;
     QString writeError;
 };
 
-class ConfigOnDisk : public ConfigFileTest, public testing::WithParamInterface<OnDiskRow> {
-protected:
-    QByteArray snapshot() const { return SystemTestFiles::snapshot(m_home.path()); }
-};
+class ConfigOnDisk : public ConfigFileTest, public testing::WithParamInterface<OnDiskRow> {};
 
 TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
     const OnDiskRow& row = GetParam();
-    row.setup(m_home.path());
+    ASSERT_EQ(QProcess::execute("sh", {"-c", "cd \"$0\" && f=.vantrel/config.toml && " + row.setup,
+                                       m_home.path()}),
+              0);
     TrackerConfigFile file(configPath());
     QElapsedTimer timer;
     timer.start();
 
-    const QString readError = errorText([&] { EXPECT_EQ(file.readAPIKey(), row.key); });
-    EXPECT_EQ(readError.isEmpty(), row.readError.isEmpty()) << readError.toStdString();
-    EXPECT_TRUE(readError.contains(row.readError)) << readError.toStdString();
+    EXPECT_TRUE(failsAs([&] { EXPECT_EQ(file.readAPIKey(), row.key); }, row.readError));
 
-    const QByteArray before = snapshot();
+    const QByteArray before = snapshot(m_home.path());
     const bool link = QFileInfo(configPath()).isSymLink();
-    const QString writeError = errorText([&] { file.setValue("https://x.test", "api_url"); });
-    EXPECT_EQ(writeError.isEmpty(), row.writeError.isEmpty()) << writeError.toStdString();
-    EXPECT_TRUE(writeError.contains(row.writeError)) << writeError.toStdString();
+    EXPECT_TRUE(failsAs([&] { file.setValue("https://x.test", "api_url"); }, row.writeError));
     EXPECT_LT(timer.elapsed(), 1000) << "nothing waited on or read whole";
-    if (!writeError.isEmpty()) {
-        EXPECT_EQ(snapshot(), before);
+    if (!row.writeError.isEmpty()) {
+        EXPECT_EQ(snapshot(m_home.path()), before);
     } else {
         EXPECT_EQ(file.readAPIKey(), row.key) << "the other lines stay";
         EXPECT_TRUE(read(configPath()).contains("api_url = \"https://x.test\"\n"));
@@ -162,59 +152,35 @@ TEST_P(ConfigOnDisk, ReadsWhatItCanAndLosesNothingWhenItCannotWrite) {
     }
 }
 
-const QString config = "/.vantrel/config.toml";
-
 // A file of exactly `size` bytes whose api_url is the one the rows write.
-std::function<void(const QString&)> writesBytes(qint64 size) {
-    return [size](const QString& home) {
-        const QByteArray lines = "api_key = \"k\"\napi_url = \"https://x.test\"\n#";
-        write(home + config, lines + QByteArray(size - lines.size() - 1, '#') + "\n");
-    };
-}
-
-std::function<void(const QString&)> writes(const QByteArray& bytes) {
-    return [bytes](const QString& home) { write(home + config, bytes); };
+QByteArray ofSize(qint64 size) {
+    return "mkdir .vantrel && printf 'api_key = \"k\"\\napi_url = \"https://x.test\"\\n#' >$f && "
+           "truncate -s " +
+           QByteArray::number(size - 1) + " $f && echo >>$f";
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ConfigOnDisk,
     testing::Values(
-        OnDiskRow{"IsADirectory", [](const QString& home) { QDir().mkpath(home + config); },
-                  std::nullopt, "Is a directory", "Is a directory"},
-        OnDiskRow{"IsALinkToAFileElsewhere",
-                  [](const QString& home) {
-                      write(home + "/dotfiles/vantrel.toml", "api_key = \"k\"\n");
-                      QDir().mkpath(home + "/.vantrel");
-                      QFile::link(home + "/dotfiles/vantrel.toml", home + config);
-                  },
-                  "k", "", ""},
-        OnDiskRow{"IsALinkToNothing",
-                  [](const QString& home) {
-                      QDir().mkpath(home + "/.vantrel");
-                      QFile::link(home + "/gone.toml", home + config);
-                  },
-                  std::nullopt, "", ""},
-        OnDiskRow{"IsEmpty", writes(""), std::nullopt, "", ""},
+        OnDiskRow{"IsADirectory", "mkdir -p $f", std::nullopt, "Is a directory", "Is a directory"},
+        OnDiskRow{
+            "IsALinkToAFileElsewhere",
+            "mkdir .vantrel d && echo 'api_key = \"k\"' >d/v.toml && ln -s \"$PWD/d/v.toml\" $f",
+            "k", "", ""},
+        OnDiskRow{"IsALinkToNothing", "mkdir .vantrel && ln -s \"$PWD/gone.toml\" $f", std::nullopt,
+                  "", ""},
         // Already holding the value written, so still of the largest size that is read.
-        OnDiskRow{"HoldsAsMuchAsIsRead", writesBytes(BoundedFileReader::defaultLimit), "k", "", ""},
-        OnDiskRow{"HoldsMoreThanIsRead", writesBytes(BoundedFileReader::defaultLimit + 1),
-                  std::nullopt, "larger than 1 MiB", "larger than 1 MiB"},
-        OnDiskRow{"IsAFifo",
-                  [](const QString& home) {
-                      QDir().mkpath(home + "/.vantrel");
-                      ::mkfifo(QFile::encodeName(home + config).constData(), 0600);
-                  },
-                  std::nullopt, "not a regular file", "not a regular file"},
-        OnDiskRow{"EndsLinesWithCarriageReturnsOnly",
-                  writes("x = 1\rapi_url = \"old\"\rapi_key = \"k\"\r"), "k", "", ""},
+        OnDiskRow{"HoldsAsMuchAsIsRead", ofSize(BoundedFileReader::defaultLimit), "k", "", ""},
+        OnDiskRow{"HoldsMoreThanIsRead", ofSize(BoundedFileReader::defaultLimit + 1), std::nullopt,
+                  "larger than 1 MiB", "larger than 1 MiB"},
+        OnDiskRow{"IsAFifo", "mkdir .vantrel && mkfifo $f", std::nullopt, "not a regular file",
+                  "not a regular file"},
         // Not UTF-8, which must not be rewritten as if it were.
-        OnDiskRow{"IsLatin1", writes("# caf\xE9\napi_key = \"k\"\n"), std::nullopt,
-                  "config.toml is not valid UTF-8", "config.toml is not valid UTF-8"},
-        OnDiskRow{"HasAHomeThatCannotBeWritten",
-                  // A file where the directory should be: no one may create anything below it,
-                  // root included.
-                  [](const QString& home) { write(home + "/.vantrel", "not a directory"); },
-                  std::nullopt, "Not a directory", "Not a directory"}),
+        OnDiskRow{"IsLatin1", "mkdir .vantrel && printf '# caf\\351\\napi_key = \"k\"\\n' >$f",
+                  std::nullopt, "config.toml is not valid UTF-8", "config.toml is not valid UTF-8"},
+        // A file where the folder should be: no one may create anything below it, root included.
+        OnDiskRow{"HasAHomeThatCannotBeWritten", "echo not a directory >.vantrel", std::nullopt,
+                  "Not a directory", "Not a directory"}),
     rowName);
 
 } // namespace
