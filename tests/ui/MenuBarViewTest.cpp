@@ -9,13 +9,17 @@
 #include "ui/PanelWindow.h"
 #include "ui/SecondaryTextColour.h"
 #include "ui/SettingsWindow.h"
+#include "ui/TrayIconPresenter.h"
 #include "ui/TrayMenu.h"
 #include "ui/TrayMenuPresenter.h"
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QGroupBox>
 #include <QLabel>
+#include <QSignalSpy>
 #include <QTest>
+#include <QToolButton>
 
 #include <gtest/gtest.h>
 
@@ -23,36 +27,27 @@ namespace {
 
 using ::PrintTo;
 
-// The first widget of the kind, shown in `view`, whose text matches.
-template <typename Widget>
-Widget* shown(const QWidget& view, const std::function<bool(const QString&)>& matches) {
-    for (Widget* candidate : view.findChildren<Widget*>()) {
-        if (matches(candidate->text()) && candidate->isVisibleTo(&view)) {
-            return candidate;
-        }
-    }
-    return nullptr;
-}
-
-std::function<bool(const QString&)> is(const QString& text) {
-    return [text](const QString& candidate) { return candidate == text; };
-}
-
-// Each state as the panel draws it and as the tray menu lists it. The menu is made first, so
-// each change must reach it.
+// Each state as the panel draws it, as the tray menu lists it and, where given, as Settings draws
+// its Connection section (the sign-in it offers, the key field's title). The menu and Settings are
+// made first, so each change must reach them.
 struct StateRow {
     const char* name;
     std::function<void(PanelFixture&)> arrange;
     QStringList panel;
     QStringList menu;
+    QStringList settings = {};
 };
 
 class PanelState : public ::testing::TestWithParam<StateRow> {};
 
-TEST_P(PanelState, drawsItsTextsAndButtonsInOrderInThePanelAndTheTrayMenu) {
+TEST_P(PanelState, drawsItsTextsAndButtonsInOrderInThePanelTheTrayMenuAndSettings) {
     PanelFixture fixture;
-    TrayMenuPresenter entries(*fixture.presenter, [] { return std::make_unique<FakeTicker>(); });
+    TrayMenuPresenter entries(*fixture.presenter, fixture.ticker());
     TrayMenu menu(entries);
+    SettingsPresenter settingsPresenter(*fixture.state);
+    SettingsWindow settings(settingsPresenter);
+    settings.findChild<QToolButton*>("advancedToggle")->setChecked(true);
+    settings.show();
     GetParam().arrange(fixture);
     MenuBarView view(*fixture.presenter);
     view.show();
@@ -60,6 +55,9 @@ TEST_P(PanelState, drawsItsTextsAndButtonsInOrderInThePanelAndTheTrayMenu) {
     EXPECT_EQ(view.width(), 330);
     EXPECT_EQ(drawnTexts(view), GetParam().panel);
     EXPECT_EQ(menuTexts(menu), GetParam().menu);
+    if (!GetParam().settings.isEmpty()) {
+        EXPECT_EQ(drawnTexts(*settings.findChild<QGroupBox*>()), GetParam().settings);
+    }
 }
 
 const QString caption = "Vantrel opens a secure browser page where you approve this Mac.";
@@ -68,6 +66,12 @@ const QStringList rows{"Settings…", "Diagnostics…", "Sign Out", "Quit Vantre
 const QStringList signedOutRows{"Settings…", "Diagnostics…", "Quit Vantrel"};
 const QStringList menuRows{"-", "Settings…", "Diagnostics…", "Sign Out", "-", "Quit Vantrel"};
 const QStringList signedOutMenuRows{"-", "Settings…", "Diagnostics…", "-", "Quit Vantrel"};
+const QString signedOutText =
+    "Sign in through the browser to connect this Mac without copying an API key.";
+const QString authorizedText = "This Mac is authorized. Its credential is stored only in Keychain.";
+const QStringList advanced{"Advanced connection settings", "API server URL"};
+const QString manualCaption = "Manual keys remain available for self-hosted and Waka-compatible "
+                              "setups. Saving restarts the local tracker safely.";
 const auto signedIn = [](PanelFixture& f) { f.signIn(); };
 const auto signedInWith = [](std::function<void(PanelFixture&)> arrange) {
     return [arrange](PanelFixture& f) {
@@ -82,11 +86,15 @@ INSTANTIATE_TEST_SUITE_P(
         StateRow{"signedOut", [](PanelFixture&) {},
                  QStringList{"Vantrel", "Sign in required"} + notSynced +
                      QStringList{"Sign In", caption} + signedOutRows,
-                 QStringList{"[Sign in required]", "-", "Sign In"} + signedOutMenuRows},
+                 QStringList{"[Sign in required]", "-", "Sign In"} + signedOutMenuRows,
+                 QStringList{signedOutText, "Sign In in Browser"} + advanced +
+                     QStringList{"API key", manualCaption}},
         StateRow{"signedInWithoutSummary", signedIn,
                  QStringList{"Vantrel", "Connecting"} + notSynced +
                      QStringList{"Today", "—", "Open Dashboard"} + rows,
-                 QStringList{"[Connecting]", "-", "Open Dashboard"} + menuRows},
+                 QStringList{"[Connecting]", "-", "Open Dashboard"} + menuRows,
+                 QStringList{authorizedText} + advanced +
+                     QStringList{"Replace API key", manualCaption}},
         StateRow{"tracking", signedInWith([](PanelFixture& f) {
                      f.harness.supervisor.setHelperRunning(true);
                      f.reportStatus([](TrackerStatus& s) {
@@ -106,7 +114,9 @@ INSTANTIATE_TEST_SUITE_P(
             QStringList{"Vantrel", "Action required", "The API key was rejected."} + notSynced +
                 QStringList{"Today", "—", "Sign In Again", caption} + rows,
             QStringList{"[Action required]", "[The API key was rejected.]", "-", "Sign In Again"} +
-                menuRows},
+                menuRows,
+            QStringList{authorizedText, "Sign In in Browser"} + advanced +
+                QStringList{"Replace API key", manualCaption}},
         StateRow{
             "crashLocked",
             signedInWith([](PanelFixture& f) { f.harness.supervisor.setCrashLocked(true); }),
@@ -129,7 +139,9 @@ INSTANTIATE_TEST_SUITE_P(
                  QStringList{"Vantrel", "Connecting", "Preparing a secure browser sign in…"} +
                      notSynced + QStringList{"Open Approval Page", "Cancel Sign In"} + rows,
                  QStringList{"[Connecting]", "-", "Open Approval Page", "Cancel Sign In"} +
-                     menuRows},
+                     menuRows,
+                 QStringList{signedOutText, "[Signing In\u2026]"} + advanced +
+                     QStringList{"API key", manualCaption}},
         StateRow{"signingInWithACode", [](PanelFixture& f) { f.beginSignInWithCode(300); },
                  QStringList{"Vantrel", "Connecting", "Confirmation code", "WDJB-MJHT",
                              "Expires in", "5:00", "Approve this Mac in your browser."} +
@@ -144,40 +156,30 @@ INSTANTIATE_TEST_SUITE_P(
                      signedOutMenuRows}),
     rowName);
 
-// An error that does not fit three lines is cut at the end of the third with "…".
-TEST(PanelView, showsAtMostThreeWholeLinesOfAnErrorInRed) {
+// Secondary texts are captions, smaller than the body. An error that does not fit three lines is
+// cut at the end of the third with "…".
+TEST(PanelView, drawsAnErrorInThreeWholeRedLinesAndTheCodeSelectableInABoldMonospacedCaption) {
     PanelFixture fixture;
-    const QString text = QString("The secret service refused the request. ").repeated(12);
-    fixture.failSignIn(text);
+    fixture.failSignIn(QString("The secret service refused the request. ").repeated(12));
     MenuBarView view(*fixture.presenter);
     view.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
-    const QLabel* error = shown<QLabel>(view, [&](const QString& label) {
-        return label.endsWith(QChar(0x2026)) && text.startsWith(label.left(9));
-    });
+    const QLabel* error = shown<QLabel>(view, "The secret service");
     ASSERT_NE(error, nullptr);
+    EXPECT_TRUE(error->text().endsWith(QChar(0x2026)));
     EXPECT_EQ(error->palette().color(error->foregroundRole()), HealthAppearance::red());
     // Every line is drawn in full: none wraps further or falls below the label.
     EXPECT_GE(error->height(), error->heightForWidth(error->width()));
     EXPECT_LT(error->height(), 4 * error->fontMetrics().lineSpacing());
-}
 
-TEST(PanelView,
-     showsTheCodeSelectableInACaptionMonospacedBoldFontAfterAPlainTitleAndItsExpiryAsACaption) {
-    PanelFixture fixture;
     fixture.beginSignInWithCode();
-    MenuBarView view(*fixture.presenter);
-    const QLabel* code = shown<QLabel>(view, is("WDJB-MJHT"));
+    const QLabel* code = shown<QLabel>(view, "WDJB-MJHT");
     ASSERT_NE(code, nullptr);
     EXPECT_TRUE(code->textInteractionFlags() & Qt::TextSelectableByMouse);
     EXPECT_TRUE(QFontInfo(code->font()).fixedPitch() && code->font().bold());
     EXPECT_LT(code->font().pointSizeF(), view.font().pointSizeF());
-    EXPECT_EQ(shown<QLabel>(view, is("Confirmation code"))->font(), view.font());
-    const QLabel* expiry = shown<QLabel>(view, [](const QString& text) {
-        return text.startsWith("Expires in"); // a caption, as every secondary text
-    });
-    ASSERT_NE(expiry, nullptr);
-    EXPECT_LT(expiry->font().pointSizeF(), view.font().pointSizeF());
+    EXPECT_EQ(shown<QLabel>(view, "Confirmation code")->font(), view.font());
+    EXPECT_LT(shown<QLabel>(view, "Expires in")->font().pointSizeF(), view.font().pointSizeF());
 }
 
 TEST(MenuRowButton, drawsKeyboardFocusAsARingApartFromHover) {
@@ -230,9 +232,12 @@ TEST(SecondaryTextColour, everyWindowRedrawsInTheNewSecondaryColour) {
 }
 
 // A theme that leaves the secondary colour faint on its window colour gets a readable one; a
-// readable one is kept as the theme made it.
-TEST(SecondaryTextColour, repairsOnlyAFaintSecondaryColour) {
+// readable one is kept as the theme made it. The tray icon is drawn anew at each switch.
+TEST(SecondaryTextColour, repairsOnlyAFaintSecondaryColourAndTheTrayIconRedraws) {
     SecondaryTextColour keeper;
+    PanelFixture fixture;
+    TrayIconPresenter icon(*fixture.state);
+    QSignalSpy redraws(&icon, &TrayIconPresenter::changed);
     const QPalette before = QApplication::palette();
     for (const auto& [window, text, placeholder, kept] :
          {std::tuple(QColor(0x2a, 0x2a, 0x2a), QColor(Qt::white), QColor(0x40, 0x40, 0x40), false),
@@ -249,6 +254,7 @@ TEST(SecondaryTextColour, repairsOnlyAFaintSecondaryColour) {
         EXPECT_GE(std::abs(shown.lightnessF() - text.lightnessF()), 0.2f) << "still secondary";
     }
     QApplication::setPalette(before);
+    EXPECT_EQ(redraws.count(), 4); // three switches and a repair
 }
 
 // Each control, clicked in the panel or chosen in the tray menu, reaches its operation.
@@ -269,7 +275,7 @@ TEST_P(PanelAction, clickInThePanelAndTheTrayMenuEntryCallItsOperation) {
         PanelWindow panel([&fixture] { return new MenuBarView(*fixture.presenter); });
         panel.setTrayMode(true);
         panel.present(QRect(400, 300, 1, 1));
-        auto* control = shown<QAbstractButton>(*panel.content(), is(GetParam().control));
+        auto* control = shown<QAbstractButton>(*panel.content(), GetParam().control);
         ASSERT_NE(control, nullptr) << drawnTexts(*panel.content()).join(", ").toStdString();
         QTest::mouseClick(control, Qt::LeftButton);
         EXPECT_TRUE(AsyncTest::waitUntil([&] { return GetParam().happened(fixture); }));
@@ -277,7 +283,7 @@ TEST_P(PanelAction, clickInThePanelAndTheTrayMenuEntryCallItsOperation) {
     }
     PanelFixture fixture;
     GetParam().arrange(fixture);
-    TrayMenuPresenter entries(*fixture.presenter, [] { return std::make_unique<FakeTicker>(); });
+    TrayMenuPresenter entries(*fixture.presenter, fixture.ticker());
     TrayMenu menu(entries);
     const qsizetype entry = menuTexts(menu).indexOf(GetParam().control); // enabled, unbracketed
     ASSERT_GE(entry, 0);

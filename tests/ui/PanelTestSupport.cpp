@@ -44,14 +44,17 @@ PanelFixture::PanelFixture() {
     harness.supervisor.statusOnRefresh = sampleTrackerStatus();
     state = harness.make(false);
     presenter = std::make_unique<MenuBarPresenter>(
-        *state, harness.supervisor, [this] { return now; },
-        [this] {
-            auto ticker = std::make_unique<FakeTicker>();
-            tickers.append(ticker.get());
-            return ticker;
-        },
+        *state, harness.supervisor, [this] { return now; }, ticker(),
         [this](const QString& identifier) { openedWindows.append(identifier); });
     presenter->setLocale(QLocale(QLocale::English, QLocale::UnitedStates), QTimeZone::utc());
+}
+
+std::function<std::unique_ptr<Ticking>()> PanelFixture::ticker() {
+    return [this] {
+        auto made = std::make_unique<FakeTicker>();
+        tickers.append(made.get());
+        return made;
+    };
 }
 
 PanelFixture::~PanelFixture() {
