@@ -65,7 +65,7 @@ TEST(Countdown, showsMinutesAndSecondsWithHoursFromOneHourUp) {
                                   "1:02:05"}));
 }
 
-TEST(PanelLastSync, showsOnlyAStrictTimestampAndAgesOnItsTimelineOnlyWhileShown) {
+TEST(PanelLastSync, showsOnlyAStrictTimestampAndAgesOnItsTimeline) {
     PanelFixture fixture;
     EXPECT_FALSE(fixture.presenter->lastSync());
     fixture.reportStatus([](TrackerStatus& s) { s.lastSuccessfulUploadAt = "2024-05-01 10:00"; });
@@ -74,15 +74,13 @@ TEST(PanelLastSync, showsOnlyAStrictTimestampAndAgesOnItsTimelineOnlyWhileShown)
         [](TrackerStatus& s) { s.lastSuccessfulUploadAt = "2024-05-01T10:00:00.123Z"; });
     EXPECT_EQ(fixture.presenter->lastSync(),
               (SyncTimeText::Texts{"May 1, 2024, 10:00 AM", "few seconds ago"}));
-    EXPECT_FALSE(fixture.lastSyncTicker().active);
     // A panel opened after the report shows it at once.
     const MenuBarPresenter opened(
         *fixture.state, fixture.harness.supervisor, [&fixture] { return fixture.now; },
         [] { return std::make_unique<FakeTicker>(); }, [](const QString&) {});
     EXPECT_TRUE(opened.lastSync());
 
-    fixture.presenter->setShown(true);
-    EXPECT_TRUE(fixture.lastSyncTicker().active);
+    fixture.presenter->setShown(true); // the panel window's test sees the ticker run only then
     EXPECT_EQ(fixture.lastSyncTicker().interval, std::chrono::seconds(5));
     QSignalSpy changes(fixture.presenter.get(), &MenuBarPresenter::lastSyncChanged);
     fixture.now = fixture.now.addSecs(12);
@@ -91,8 +89,6 @@ TEST(PanelLastSync, showsOnlyAStrictTimestampAndAgesOnItsTimelineOnlyWhileShown)
     EXPECT_EQ(fixture.presenter->lastSync()->relative, "11 seconds ago");
     fixture.lastSyncTicker().fire();
     EXPECT_EQ(changes.count(), 1); // the same text is no news
-    fixture.presenter->setShown(false);
-    EXPECT_FALSE(fixture.lastSyncTicker().active);
 }
 
 // The panel's countdown ticks while the panel is shown; the tray menu's whenever there is one, as
