@@ -53,8 +53,7 @@ TEST(DBusMenuExporter, tellsAHostOfANewLayoutAndOfEachChangedEntry) {
     QDBusConnection bus = QDBusConnection::sessionBus();
     ASSERT_TRUE(bus.isConnected()) << "runs inside dbus-run-session";
     PanelFixture fixture;
-    FakeTicker* ticker = nullptr;
-    TrayMenuPresenter menu(*fixture.presenter, keptTicker(ticker));
+    TrayMenuPresenter menu(*fixture.presenter, fixture.ticker());
     DBusMenuExporter exporter(menu, bus, "/MenuBar");
     ASSERT_TRUE(bus.registerVirtualObject("/MenuBar", &exporter));
     MenuHost host(bus.baseService());
@@ -68,7 +67,7 @@ TEST(DBusMenuExporter, tellsAHostOfANewLayoutAndOfEachChangedEntry) {
 
     host.signals.clear();
     fixture.now = fixture.now.addSecs(1);
-    ticker->fire();
+    fixture.tickers.at(2)->fire();
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return !host.signals.isEmpty(); }));
     AsyncTest::spin(std::chrono::milliseconds(50));
     ASSERT_EQ(host.signals.size(), 1);

@@ -4,11 +4,12 @@
 
 #include <QAbstractButton>
 #include <QLabel>
+#include <QMultiMap>
 
 #include <gtest/gtest.h>
 
 QStringList drawnTexts(const QWidget& root) {
-    QList<std::pair<QPoint, QString>> found;
+    QMultiMap<std::pair<int, int>, QString> found; // by top, then left
     for (const QWidget* widget : root.findChildren<QWidget*>()) {
         const auto* label = qobject_cast<const QLabel*>(widget);
         const auto* button = qobject_cast<const QAbstractButton*>(widget);
@@ -16,17 +17,10 @@ QStringList drawnTexts(const QWidget& root) {
         if (!text.isEmpty() && widget->isVisibleTo(&root)) {
             const QRect rect(widget->mapTo(&root, QPoint(0, 0)), widget->size());
             EXPECT_TRUE(!rect.isEmpty() && root.rect().contains(rect)) << text.toStdString();
-            found.append({rect.topLeft(), widget->isEnabled() ? text : "[" + text + "]"});
+            found.insert({rect.top(), rect.left()}, widget->isEnabled() ? text : "[" + text + "]");
         }
     }
-    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
-        return std::pair(a.first.y(), a.first.x()) < std::pair(b.first.y(), b.first.x());
-    });
-    QStringList texts;
-    for (const auto& entry : found) {
-        texts.append(entry.second);
-    }
-    return texts;
+    return found.values();
 }
 
 QStringList menuTexts(const QMenu& menu) {
@@ -44,14 +38,17 @@ PanelFixture::PanelFixture() {
     harness.supervisor.statusOnRefresh = sampleTrackerStatus();
     state = harness.make(false);
     presenter = std::make_unique<MenuBarPresenter>(
-        *state, harness.supervisor, [this] { return now; },
-        [this] {
-            auto ticker = std::make_unique<FakeTicker>();
-            tickers.append(ticker.get());
-            return ticker;
-        },
+        *state, harness.supervisor, [this] { return now; }, ticker(),
         [this](const QString& identifier) { openedWindows.append(identifier); });
     presenter->setLocale(QLocale(QLocale::English, QLocale::UnitedStates), QTimeZone::utc());
+}
+
+std::function<std::unique_ptr<Ticking>()> PanelFixture::ticker() {
+    return [this] {
+        auto made = std::make_unique<FakeTicker>();
+        tickers.append(made.get());
+        return made;
+    };
 }
 
 PanelFixture::~PanelFixture() {

@@ -27,13 +27,15 @@ public:
     bool active = false;
 };
 
-// A ticker factory for one ticker the test keeps hold of in `kept`.
-inline std::function<std::unique_ptr<Ticking>()> keptTicker(FakeTicker*& kept) {
-    return [&kept] {
-        auto made = std::make_unique<FakeTicker>();
-        kept = made.get();
-        return made;
-    };
+// The first widget of the kind shown in `root` whose text starts with `text`.
+template <typename Widget>
+Widget* shown(const QWidget& root, const QString& text) {
+    for (Widget* candidate : root.findChildren<Widget*>()) {
+        if (candidate->text().startsWith(text) && candidate->isVisibleTo(&root)) {
+            return candidate;
+        }
+    }
+    return nullptr;
 }
 
 // A shown window as the user reads it, top to bottom and left to right: every visible text and
@@ -50,7 +52,9 @@ struct PanelFixture {
     PanelFixture();
     ~PanelFixture();
 
-    // The ticker the presenter made first (the "Last sync" timeline) and second (the countdown).
+    // Makes the tickers, kept in `tickers`: the presenter's first is the "Last sync" timeline,
+    // its second the countdown; a tray menu's comes next.
+    std::function<std::unique_ptr<Ticking>()> ticker();
     FakeTicker& lastSyncTicker() const { return *tickers.at(0); }
     FakeTicker& countdownTicker() const { return *tickers.at(1); }
 

@@ -1,11 +1,9 @@
 #include "ui/SettingsWindow.h"
 
 #include "PanelTestSupport.h"
-#include "support/TableRows.h"
 
 #include <QApplication>
 #include <QCheckBox>
-#include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -16,50 +14,27 @@
 
 namespace {
 
-using ::PrintTo;
-
-void signIn(AppHarness& harness, AppState& state) {
-    harness.credentials.stored = "vk_live_1";
-    AsyncTest::run(state.start());
-}
-
-struct SettingsScene {
-    explicit SettingsScene(bool signedIn) {
-        if (signedIn) {
-            signIn(harness, *state);
-        }
-    }
-
+struct SettingsScene : PanelFixture {
     QLineEdit* field(const char* name) { return window->findChild<QLineEdit*>(name); }
     QLabel* feedback() { return window->findChild<QLabel*>("feedback"); }
     QColor feedbackColour() { return feedback()->palette().color(QPalette::WindowText); }
     QToolButton* advanced() { return window->findChild<QToolButton*>("advancedToggle"); }
-    void click(const QString& text) {
-        for (auto* button : window->findChildren<QPushButton*>()) {
-            if (button->text() == text) {
-                button->click();
-            }
-        }
-    }
+    void click(const QString& text) { shown<QPushButton>(*window, text)->click(); }
     void showAndSettle() {
         window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         AsyncTest::spin(std::chrono::milliseconds(20));
     }
 
-    AppHarness harness;
-    std::unique_ptr<AppState> state = harness.make(false);
-    SettingsPresenter presenter{*state};
-    std::unique_ptr<SettingsWindow> window = std::make_unique<SettingsWindow>(presenter);
+    SettingsPresenter settings{*state};
+    std::unique_ptr<SettingsWindow> window = std::make_unique<SettingsWindow>(settings);
 };
 
 TEST(SettingsWindow, SavesTheFieldsAsTypedInGreenAndKeepsThemAfterAFailureInRed) {
-    SettingsScene scene(false);
+    SettingsScene scene;
     scene.showAndSettle();
-    EXPECT_EQ(scene.window->size(), QSize(560, 390));
     EXPECT_FALSE(scene.field("serverURL")->isVisible()) << "advanced settings start collapsed";
     EXPECT_EQ(scene.field("apiKey")->echoMode(), QLineEdit::Password);
-    EXPECT_EQ(scene.field("apiKey")->accessibleName(), "API key");
     EXPECT_FALSE(scene.feedback()->isVisible());
 
     scene.advanced()->setChecked(true);
@@ -98,7 +73,8 @@ TEST(SettingsWindow, SavesTheFieldsAsTypedInGreenAndKeepsThemAfterAFailureInRed)
 // Restoring the window from the taskbar keeps what was typed; opening it again, or a window made
 // afresh, reloads the URL from the application. The typed key and the open section survive all.
 TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReloadsTheURLOnlyWhenOpenedAgain) {
-    SettingsScene scene(true);
+    SettingsScene scene;
+    scene.signIn();
     scene.advanced()->setChecked(true);
     scene.field("serverURL")->setFocus(); // where a remembered focus would put the cursor
     scene.showAndSettle();
@@ -117,66 +93,12 @@ TEST(SettingsWindow, OpensWithoutAFocusedFieldAndReloadsTheURLOnlyWhenOpenedAgai
 
     scene.field("serverURL")->setText("https://unsaved.example");
     scene.window.reset();
-    scene.window = std::make_unique<SettingsWindow>(scene.presenter);
+    scene.window = std::make_unique<SettingsWindow>(scene.settings);
     scene.showAndSettle();
     EXPECT_TRUE(scene.advanced()->isChecked());
     EXPECT_TRUE(scene.field("apiKey")->isVisible());
     EXPECT_EQ(scene.field("apiKey")->text(), "vk_typed");
     EXPECT_EQ(scene.field("serverURL")->text(), scene.state->serverURL());
 }
-
-// The Connection section, drawn, in each state: what it says, the sign-in it offers and the key
-// field's title. The window is made first, so each change must reach it.
-struct ConditionRow {
-    const char* name;
-    std::function<void(AppHarness&, AppState&)> arrange;
-    QStringList connection;
-};
-
-class SettingsConditions : public ::testing::TestWithParam<ConditionRow> {};
-
-TEST_P(SettingsConditions, drawTheDescriptionSignInAndKeyTitleForTheState) {
-    SettingsScene scene(false);
-    scene.advanced()->setChecked(true);
-    scene.showAndSettle();
-    GetParam().arrange(scene.harness, *scene.state);
-    EXPECT_EQ(drawnTexts(*scene.window->findChild<QGroupBox*>()), GetParam().connection);
-    // A sign-in begun here fails on its own once the status read returns (no device identity).
-    EXPECT_TRUE(AsyncTest::waitUntil([&] { return !scene.state->isAuthorizingDevice(); }));
-}
-
-const QString signedOutText =
-    "Sign in through the browser to connect this Mac without copying an API key.";
-const QString authorizedText = "This Mac is authorized. Its credential is stored only in Keychain.";
-const QStringList advanced{"Advanced connection settings", "API server URL"};
-const QString manualCaption = "Manual keys remain available for self-hosted and Waka-compatible "
-                              "setups. Saving restarts the local tracker safely.";
-
-INSTANTIATE_TEST_SUITE_P(
-    States, SettingsConditions,
-    ::testing::Values(ConditionRow{"signedOut", [](AppHarness&, AppState&) {},
-                                   QStringList{signedOutText, "Sign In in Browser"} + advanced +
-                                       QStringList{"API key", manualCaption}},
-                      ConditionRow{"signingIn",
-                                   [](AppHarness& harness, AppState& state) {
-                                       harness.supervisor.statusOnRefresh = sampleTrackerStatus();
-                                       harness.supervisor.statusOnRefresh->deviceId = "unknown";
-                                       state.beginDeviceAuthorization();
-                                   },
-                                   QStringList{signedOutText, "[Signing In\u2026]"} + advanced +
-                                       QStringList{"API key", manualCaption}},
-                      ConditionRow{"signedIn", signIn,
-                                   QStringList{authorizedText} + advanced +
-                                       QStringList{"Replace API key", manualCaption}},
-                      ConditionRow{"keyRejected",
-                                   [](AppHarness& harness, AppState& state) {
-                                       signIn(harness, state);
-                                       TrackerStatus status = sampleTrackerStatus();
-                                       status.lastUploadErrorKind = "unauthorized";
-                                       harness.supervisor.setTrackerStatus(status);
-                                   },
-                                   QStringList{authorizedText, "Sign In in Browser"} + advanced +
-                                       QStringList{"Replace API key", manualCaption}}),
-    rowName);
 
 } // namespace
