@@ -11,9 +11,7 @@
 # time, says:
 #   status, body  the answer, always labelled application/json (default 404, empty)
 #   delay         seconds to wait before answering
-#   endless       true: send "x" forever until the client goes away, then write the number of
-#                 bytes it took to endless-sent
-#   drip          seconds: send "x" one byte at a time, that long apart, until the client goes away
+#   endless       true: send "x" forever until the client goes away
 #   drop          true: close the connection without answering
 #   paths         an answer as above for each request path; other paths get the default
 import json
@@ -52,19 +50,15 @@ class Handler(BaseHTTPRequestHandler):
             return
         self.send_response(reply.get("status", 404))
         self.send_header("Content-Type", "application/json")
-        if reply.get("endless") or "drip" in reply:
+        if reply.get("endless"):
             self.send_header("Connection", "close")
             self.end_headers()
             self.close_connection = True
-            sent = 0
             try:
                 while True:
-                    sent += self.wfile.write(b"x" if "drip" in reply else b"x" * 16384)
-                    time.sleep(reply.get("drip", 0))
+                    self.wfile.write(b"x" * 16384)
             except OSError:
-                with open(os.path.join(self.work, "endless-sent"), "w") as out:
-                    out.write(str(sent))
-            return
+                return
         payload = reply.get("body", "").encode("utf-8")
         self.send_header("Content-Length", str(len(payload)))
         self.end_headers()
