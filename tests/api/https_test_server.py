@@ -5,8 +5,8 @@
 # Usage: https_test_server.py <command> [arguments...]
 #
 # Each listener writes its port to $VANTREL_TEST_HTTPS_DIR/<name>.port: "file" is signed by the
-# authority SSL_CERT_FILE names, "dir" by one found in SSL_CERT_DIR, "stranger" by one named
-# nowhere. Every request is appended to requests.log there as one line: method, path, the headers
+# authority SSL_CERT_FILE names, "stranger" by one that only certs/ there holds, under no hashed
+# name. Every request is appended to requests.log there as one line: method, path, the headers
 # the clients set (as JSON) and body. It is then answered as response.json there, read afresh each
 # time, says:
 #   status, body  the answer, always labelled application/json (default 404, empty)
@@ -50,19 +50,16 @@ class Handler(BaseHTTPRequestHandler):
             return
         self.send_response(reply.get("status", 404))
         self.send_header("Content-Type", "application/json")
-        if reply.get("endless"):
-            self.send_header("Connection", "close")
-            self.end_headers()
-            self.close_connection = True
-            try:
-                while True:
-                    self.wfile.write(b"x" * 16384)
-            except OSError:
-                return
-        payload = reply.get("body", "").encode("utf-8")
-        self.send_header("Content-Length", str(len(payload)))
+        endless = reply.get("endless", False)
+        payload = b"x" * 16384 if endless else reply.get("body", "").encode("utf-8")
+        self.send_header("Content-Length", str(1 << 40 if endless else len(payload)))
         self.end_headers()
-        self.wfile.write(payload)
+        try:
+            self.wfile.write(payload)
+            while endless:
+                self.wfile.write(payload)
+        except OSError:
+            self.close_connection = True
 
     do_POST = do_GET
 
@@ -79,11 +76,9 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     with tempfile.TemporaryDirectory() as work:
         Handler.work = work
-        # The "dir" authority is found in certs/ by reading every file there, as the application
-        # does; it has no hashed name, so OpenSSL on its own would not find it.
         os.mkdir(os.path.join(work, "certs"))
-        for name in ["file", "dir", "stranger"]:
-            authority = os.path.join(work, "certs" if name == "dir" else "", name + "-ca")
+        for name in ["file", "stranger"]:
+            authority = os.path.join(work, "certs" if name == "stranger" else "", name + "-ca")
             certificate(authority, "/CN=Vantrel test authority " + name,
                         "-addext", "basicConstraints=critical,CA:TRUE",
                         "-addext", "keyUsage=critical,keyCertSign,cRLSign")
@@ -100,8 +95,7 @@ def main():
             with open(server_path + ".port", "w") as out:
                 out.write(str(server.server_address[1]))
         return subprocess.call(sys.argv[1:], env=dict(
-            os.environ, SSL_CERT_FILE=os.path.join(work, "file-ca.pem"),
-            SSL_CERT_DIR=os.path.join(work, "certs"), VANTREL_TEST_HTTPS_DIR=work))
+            os.environ, VANTREL_TEST_HTTPS_DIR=work, SSL_CERT_FILE=f"{work}/file-ca.pem"))
 
 
 if __name__ == "__main__":
