@@ -11,23 +11,22 @@
 
 namespace {
 
-// Answers with the next outcome (the last repeats); an absent one is a failed fetch. With
-// gate.hold set a fetch stays in flight until gate.releaseOne() and then answers even when its
-// token was cancelled meanwhile, as a reply already on its way would.
+// Fails the first fetch and answers every later one. With gate.hold set a fetch stays in flight
+// until gate.releaseOne() and then answers even when its token was cancelled meanwhile, as a reply
+// already on its way would.
 class FakeFetcher : public TodaySummaryFetching {
 public:
     QCoro::Task<TodaySummary> fetchTodaySummary(QString serverURL, QString apiKey,
                                                 CancellationToken) override {
         calls.append(serverURL + " " + apiKey);
-        const auto outcome = outcomes.size() > 1 ? outcomes.takeFirst() : outcomes.first();
+        const bool fails = calls.size() == 1;
         co_await gate.sleep(0, {});
-        if (!outcome) {
+        if (fails) {
             throw TodaySummaryClientError::networkUnavailable();
         }
-        co_return *outcome;
+        co_return TodaySummary{"2 mins", 120};
     }
 
-    QList<std::optional<TodaySummary>> outcomes{TodaySummary{"2 mins", 120}};
     FakeSleeper gate;
     QStringList calls;
 };
@@ -57,7 +56,6 @@ protected:
 // their fetch is answered after all.
 TEST_F(TodaySummaryPollerTest,
        FetchesAtOnceAndAfterEachPauseSilentOnFailureUntilReplacedOrStopped) {
-    fetcher.outcomes = {std::nullopt, TodaySummary{"2 mins", 120}};
     start("https://old.example");
     EXPECT_EQ(fetcher.calls, QStringList{"https://old.example key"})
         << "the first fetch is at once";

@@ -24,6 +24,7 @@ import tempfile
 import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+from pathlib import Path
 
 
 class Handler(BaseHTTPRequestHandler):
@@ -40,8 +41,7 @@ class Handler(BaseHTTPRequestHandler):
         with open(os.path.join(self.work, "requests.log"), "a") as log:
             log.write(" ".join([self.command, self.path, json.dumps(headers, separators=(",", ":")),
                                 body.decode("utf-8", "replace")]) + "\n")
-        with open(os.path.join(self.work, "response.json")) as script:
-            reply = json.load(script)
+        reply = json.loads(Path(self.work, "response.json").read_text())
         if "paths" in reply:
             reply = reply["paths"].get(self.path.split("?")[0], {})
         time.sleep(reply.get("delay", 0))
@@ -92,8 +92,7 @@ def main():
             context.load_cert_chain(server_path + ".pem", server_path + ".key")
             server.socket = context.wrap_socket(server.socket, server_side=True)
             threading.Thread(target=server.serve_forever, daemon=True).start()
-            with open(server_path + ".port", "w") as out:
-                out.write(str(server.server_address[1]))
+            Path(server_path + ".port").write_text(str(server.server_address[1]))
         return subprocess.call(sys.argv[1:], env=dict(
             os.environ, VANTREL_TEST_HTTPS_DIR=work, SSL_CERT_FILE=f"{work}/file-ca.pem"))
 
