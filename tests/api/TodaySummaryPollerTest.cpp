@@ -84,7 +84,6 @@ TEST_F(TodaySummaryPollerTest,
     poller.reset();
     AsyncTest::spin(std::chrono::milliseconds(20));
     EXPECT_EQ(sleeper.pendingCount(), 0) << "releasing the poller ends its pause";
-    EXPECT_EQ(fetcher.calls.size(), 5);
 }
 
 } // namespace
