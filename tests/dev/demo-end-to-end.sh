@@ -68,7 +68,6 @@ bus="$(find "$profile/runtime" -maxdepth 1 -type s -name 'dbus-*')"
 inside() { DBUS_SESSION_BUS_ADDRESS="unix:path=$bus" "$@"; }
 lookup() { inside secret-tool lookup service com.keldor.vantrel account tracker-api-key; }
 key="$(lookup)" || true
-check "the key is in the demo's keyring" test -n "$key"
 fingerprint="$(printf '%s' "$key" | sha256sum | cut -c1-8)"
 inside gdbus call --session --dest com.keldor.Vantrel --object-path /com/keldor/Vantrel \
     --method org.freedesktop.Application.ActivateAction sign-out '[]' '{}' >/dev/null || true
