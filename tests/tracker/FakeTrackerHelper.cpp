@@ -94,15 +94,12 @@ int main(int argc, char** argv) {
         } else if (directive == "flood") {
             const size_t count = argument.find(' ');
             const int fd = argument.substr(0, count) == "stdout" ? 1 : 2;
+            // Without a count, more than any reader takes: it ends when the reader goes.
             size_t left =
                 count == std::string::npos ? SIZE_MAX : std::stoul(argument.substr(count));
             const std::string chunk(65536, 'x');
-            while (left > 0) {
-                const size_t size = std::min(left, chunk.size());
-                if (write(fd, chunk.data(), size) <= 0) {
-                    break; // the reader has gone
-                }
-                left -= left == SIZE_MAX ? 0 : size;
+            for (ssize_t written = 0; left > 0 && written >= 0; left -= size_t(written)) {
+                written = write(fd, chunk.data(), std::min(left, chunk.size()));
             }
         } else if (directive == "ignore-term") {
             std::signal(SIGTERM, SIG_IGN);
