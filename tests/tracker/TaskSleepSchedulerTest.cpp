@@ -6,9 +6,7 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
-#include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 
 namespace {
 
@@ -16,10 +14,8 @@ using namespace std::chrono_literals;
 
 TEST(TaskSleepScheduler, ConvertsSecondsToWholeNanosecondsWithinRange) {
     EXPECT_EQ(TaskSleepScheduler::duration(-5), 0ns);
-    EXPECT_EQ(TaskSleepScheduler::duration(std::nan("")), 0ns);
     EXPECT_EQ(TaskSleepScheduler::duration(1.5), 1500000000ns);
-    const auto longest = std::chrono::nanoseconds(std::numeric_limits<qint64>::max());
-    EXPECT_EQ(TaskSleepScheduler::duration(1e300), longest);
+    EXPECT_EQ(TaskSleepScheduler::duration(1e300), std::chrono::nanoseconds::max());
 }
 
 TEST(TaskSleepScheduler, SleepsUntilCancelledThenEndsWithoutAnError) {
@@ -31,10 +27,6 @@ TEST(TaskSleepScheduler, SleepsUntilCancelledThenEndsWithoutAnError) {
     EXPECT_NO_THROW(AsyncTest::run(sleeper.sleep(30, task.token())));
     EXPECT_GE(clock.elapsed(), 100);
     EXPECT_LT(clock.elapsed(), AsyncTest::scaled(5s).count());
-
-    clock.restart();
-    AsyncTest::run(sleeper.sleep(30, task.token())); // already cancelled
-    EXPECT_LT(clock.elapsed(), AsyncTest::scaled(1s).count());
 }
 
 } // namespace

@@ -4,23 +4,20 @@
 #include "core/SnakeCaseKeys.h"
 #include "tracker/TrackerStatusDecodingError.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-QByteArray encoded(const QJsonObject& object) {
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
-QString decodingFailure(const QByteArray& json) {
+// The decoded report's schema version, or why decoding failed.
+QString decoded(const QJsonDocument& document) {
     try {
-        TrackerStatus::decode(json);
+        return QString::number(TrackerStatus::decode(document.toJson()).schemaVersion);
     } catch (const TrackerStatusDecodingError& error) {
-        return error.description();
+        return error.reason();
     }
-    return {};
 }
 
 TEST(TrackerStatusDecoding, KeepsValuesAsReceivedAndReadsNullOrMissingOptionalFieldsAsAbsent) {
@@ -32,7 +29,7 @@ TEST(TrackerStatusDecoding, KeepsValuesAsReceivedAndReadsNullOrMissingOptionalFi
     object.insert("last_successful_upload_count", 40);
     object.insert("last_upload_error", QJsonValue::Null);
     object.insert("uptime_seconds", "unknown keys may hold anything");
-    const TrackerStatus status = TrackerStatus::decode(encoded(object));
+    const TrackerStatus status = TrackerStatus::decode(QJsonDocument(object).toJson());
     EXPECT_EQ(status.trackerVersion, "2.3.0");
     EXPECT_EQ(status.queuedActivitySegments, -2);
     EXPECT_EQ(status.droppedActivitySegments, 9223372036854775807LL);
@@ -55,30 +52,24 @@ TEST(TrackerStatusDecoding, MatchesTheSchemaVersionFieldOnlyForAcceptedSpellings
         QJsonObject object = statusObject("2.3.0");
         object.remove("schema_version");
         object.insert(key, 7);
-        if (matches) {
-            EXPECT_EQ(TrackerStatus::decode(encoded(object)).schemaVersion, 7) << key.toStdString();
-        } else {
-            EXPECT_TRUE(decodingFailure(encoded(object)).contains("schemaVersion"))
-                << key.toStdString();
-        }
+        EXPECT_EQ(decoded(QJsonDocument(object)),
+                  matches ? "7" : "the required field \"schemaVersion\" is missing")
+            << key.toStdString();
     }
 }
 
-TEST(TrackerStatusDecoding, AValueOfTheWrongKindFailsTheWholeDocumentNamingTheField) {
+TEST(TrackerStatusDecoding, AValueOrDocumentOfTheWrongKindFailsTheWholeDocument) {
     const std::initializer_list<std::pair<QString, QJsonValue>> wrongValues{
-        {"queued_heartbeats", 3.5},
-        {"authenticated", 1},
-        {"queued_heartbeats", "12"},
-        {"tracker_version", 2},
-        {"device_id", QJsonValue::Null},
-        {"dropped_heartbeats", 1e19},
-        {"last_successful_upload_count", "many"}};
+        {"queued_heartbeats", 3.5},      {"authenticated", 1},
+        {"queued_heartbeats", "12"},     {"tracker_version", 2},
+        {"device_id", QJsonValue::Null}, {"last_successful_upload_count", "many"}};
     for (const auto& [key, value] : wrongValues) {
         QJsonObject object = statusObject("2.3.0");
         object.insert(key, value);
-        const QString message = decodingFailure(encoded(object));
-        EXPECT_TRUE(message.contains(SnakeCaseKeys::fieldNameForKey(key))) << message.toStdString();
+        const QString failure = decoded(QJsonDocument(object));
+        EXPECT_TRUE(failure.contains(SnakeCaseKeys::fieldNameForKey(key))) << failure.toStdString();
     }
+    EXPECT_EQ(decoded(QJsonDocument(QJsonArray{1, 2})), "the document is not a JSON object");
 }
 
 } // namespace
