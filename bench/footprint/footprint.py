@@ -207,7 +207,7 @@ class TrayHost:
     def __init__(self, bus, work):
         self.bus = bus
         self.process = subprocess.Popen(
-            ["/usr/bin/python3", os.path.join(SOURCE, "tests/main/status_notifier_watcher.py"),
+            ["/usr/bin/python3", os.path.join(HERE, "status_notifier_watcher.py"),
              os.path.join(work, "items")])
         if not wait_for(lambda: bus.name_has_owner(WATCHER)):
             raise Failure("the stand-in tray host did not start")

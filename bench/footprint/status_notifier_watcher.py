@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-# A stand-in tray host for tests: owns org.kde.StatusNotifierWatcher on the session bus, says a
-# host is there, and writes each item that registers to a file, one a line.
+# The footprint bench's stand-in tray host: owns org.kde.StatusNotifierWatcher on the session
+# bus, says a host is there, and writes each item that registers to a file, one a line.
 #
 #     status_notifier_watcher.py <file>
 import sys
