@@ -20,6 +20,7 @@
 #include <array>
 #include <csignal>
 #include <ctime>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -136,6 +137,11 @@ TEST_F(RunnerTest, HelpersGetTheKeyOnlyOnStandardInputAndAppendToPrivateBoundedL
     ASSERT_TRUE(waitForExits(1));
     EXPECT_FALSE(handle->isRunning());
     handle->terminate(); // on an ended helper: nothing to do, nothing fails
+    const auto openDescriptors = [] {
+        const std::filesystem::directory_iterator entries("/proc/self/fd");
+        return std::distance(begin(entries), end(entries));
+    };
+    const auto openAfterOne = openDescriptors();
 
     const auto launchAndEnd = [&] {
         start().reset();
@@ -161,6 +167,8 @@ TEST_F(RunnerTest, HelpersGetTheKeyOnlyOnStandardInputAndAppendToPrivateBoundedL
     EXPECT_EQ((QList<int>{modeOf(path("tracker")), modeOf(out), modeOf(out + ".1"), modeOf(err)}),
               (QList<int>{0700, 0600, 0600, 0600}));
     EXPECT_EQ(exits, QList<qint32>(3, 4));
+    // Nothing of an ended helper stays open here once its process object has gone.
+    EXPECT_TRUE(AsyncTest::waitUntil([&] { return openDescriptors() <= openAfterOne; }));
 }
 
 TEST(ForkExecTrackerProcessHandle, WritingToAPipeWithoutReaderFailsWithoutSigpipe) {
