@@ -86,6 +86,9 @@ if [ "$road" = starts ]; then
     check "the configuration file gets the preferences' API URL" grep -qx "api_url = \"$server\"" "$config"
     check "the autostart entry is registered" test -f "$autostart"
     check "no helper was launched without a key" test ! -e "$record/pid"
+    "$prefix/bin/vantrel" --action nonsense
+    check "the running copy refuses an unknown action, and says so" \
+        wait_for 5 grep -q 'unknown application action "nonsense"' "$work/first.err"
     check "the application quits on SIGTERM" end_app TERM
 
     # An older installation's key, and a helper that does not watch its input, which a helper
